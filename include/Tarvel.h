@@ -1,0 +1,221 @@
+// The session: one object per attached device.
+#ifndef TARVEL_SESSION_H
+#define TARVEL_SESSION_H
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <fstream>
+#include <ios>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+#include "SerialPort.h"
+#include "TarvelAPI.h"
+#include "TarvelPrinter.h"
+#include "TarvelTypes.h"
+
+class TARVEL_API Tarvel {
+public:
+    // Command codes (fixed by the device).
+    enum CMD : unsigned char {
+        ADD_MESSAGE = 0x01,
+        REMOVE_MESSAGE = 0x02,
+        ENABLE_MESSAGE = 0x03,
+        DISABLE_MESSAGE = 0x04,
+        SET_MESSAGE_DATA = 0x05,
+        GET_HANDLER = 0x06,
+        PING = 0x09,
+        ADD_CRC = 0x0A,
+        CHANGE_CRC = 0x0B,
+        DISABLE_CRC = 0x0C,
+        ADD_SIGNAL = 0x14,
+        CHANGE_SIGNAL = 0x15,
+        REMOVE_SIGNAL = 0x16,
+        EXECUTE_SIGNAL_CHANGE = 0x17,
+        SET_SIGNAL_CONTROL = 0x18,
+        GATEWAY_ID = 0x19,
+        REBOOT = 0x20,
+        BLOB_REMOVE = 0x21,
+        REQUEST_MESSAGE = 0x22,
+        ENABLE_REQUEST = 0x23,
+        DISABLE_REQUEST = 0x24,
+        REMOVE_REQUEST = 0x25,
+        READ_EEPROM = 0x26,
+        WRITE_EEPROM = 0x27,
+        GET_TIME = 0x30,
+        SET_TIME = 0x31,
+    };
+
+    // Response identifiers (byte 2 of a device packet).
+    enum RESPONSE : unsigned char {
+        OK = 0x80,
+        COMMAND_FAILED = 0x81,
+        PACKET_ERROR = 0x82,
+        SLIP_PROTO_ERROR = 0x83,
+        TARVEL_HW_ERROR = 0x84,
+        ASYNC_MESSAGE = 0x90,
+        DATA_RESPONSE_A = 0x91,
+        DATA_RESPONSE_B = 0x92,
+    };
+
+    // CAN FD data length code -> number of data bytes.
+    static const unsigned char kDlcToLength[16];
+    static const unsigned char kSignalCumulative = 0x80;
+    static const unsigned int kRebootPollIntervalMs = 50;
+
+    Tarvel(); // throws std::invalid_argument when the default sinks can't be added
+    Tarvel(const Tarvel& other);
+    Tarvel& operator=(const Tarvel& other);
+    ~Tarvel();
+
+    // --- Connection and command exchange -------------------------------
+    int Connect(const std::string& port, unsigned int readTimeout, unsigned int writeTimeout);
+    int Disconnect();
+    int SetTimeout(unsigned int readTimeout, unsigned int writeTimeout);
+    int GetTimeout(unsigned int& readTimeout, unsigned int& writeTimeout);
+    int SendCommand(CMD cmd, const ByteVector& payload, bool tracked);
+    int SendCommandHandler(CMD cmd, unsigned short handler, const ByteVector& payload, bool tracked);
+    int GetResponse(bool quiet);
+    int GetBytesResponse(ByteVector& data, bool quiet);
+    int ReadSyncMessage(unsigned short messageId, RecvMessage& message, unsigned short polls, bool quiet);
+
+    // --- Packet validation ------------------------------------------------
+    int CheckMessage(const ByteVector& packet, bool quiet);
+    int ParseMessage(const ByteVector& packet, RecvMessage& out, int quietLevel);
+
+    // --- Receiver thread ----------------------------------------------------
+    int StartReceiver();
+    void StopReceiver();
+    int GetInternalThreadStatus();
+    RecvAsyncMessage ReadAsyncMessage(int requestKey);
+
+    // --- Logging --------------------------------------------------------------
+    int SetPrintStream(std::ostream& stream, LOG_LEVELS_TARVEL level);
+    int SetPrintStream(void (*func)(const char*), LOG_LEVELS_TARVEL level);
+    int SetPrintStream(FILE* file, LOG_LEVELS_TARVEL level);
+    int ClearPrintStream(std::ostream& stream, LOG_LEVELS_TARVEL level);
+    int ClearPrintStream(void (*func)(const char*), LOG_LEVELS_TARVEL level);
+    int ClearPrintStream(FILE* file, LOG_LEVELS_TARVEL level);
+    int ClearPrintStream(std::ostream& stream);
+    int ClearPrintStream(void (*func)(const char*));
+    int ClearPrintStream(FILE* file);
+    int ClearPrintStream();
+    void Printf_err(const char* format, ...)
+#if defined(__GNUC__)
+        __attribute__((format(printf, 2, 3)))
+#endif
+        ;
+    void Printf_inf(const char* format, ...)
+#if defined(__GNUC__)
+        __attribute__((format(printf, 2, 3)))
+#endif
+        ;
+    void vPrintf_err(const char* format, va_list& args);
+    void vPrintf_inf(const char* format, va_list& args);
+    void DataPrint(const ByteVector& data, int direction);
+    void DebugComm(const char* filename, int mode);
+    static long long GetTickMs();
+
+    // --- Device control -------------------------------------------------------
+    int Ping();
+    int GetVersion();
+    int Reset();
+    int Reboot(bool mode, unsigned int timeoutMs);
+    int Bootloader();
+    int GetTime(long long* time);
+    int SetTime(long long time);
+
+    // --- EEPROM -----------------------------------------------------------------
+    int ReadEeprom(unsigned short address, unsigned char length, unsigned char* data);
+    int WriteEeprom(unsigned short address, unsigned char length, const unsigned char* data);
+
+    // --- Transmit messages --------------------------------------------------------
+    int AddMessage(const tagCanMessage& message);
+    int AddMessage(const tagCanMessage& message, const ByteVector& data);
+    int AddMessage(const unsigned char* data, unsigned char dlc, unsigned char selector1, unsigned char selector2,
+                   unsigned int id, bool idFlag, bool flag6, bool flag5, bool flag4, bool extraFlag, bool enabled,
+                   bool fastSlowSend, unsigned short param1, unsigned short param2, unsigned short param3);
+    int RemoveMessage(unsigned short handler);
+    int EnableMessage(unsigned short handler);
+    int DisableMessage(unsigned short handler);
+    int SetMessageData(unsigned short handler, const unsigned char* data, const unsigned char* mask, bool flag,
+                       bool tracked);
+    int GetHandler(unsigned char selector1, unsigned char selector2, unsigned int id, bool idFlag,
+                   bool fastSlowSend, bool flag6);
+
+    // --- Signals ------------------------------------------------------------------
+    int AddSignal(unsigned short messageHandler, unsigned char group, unsigned short startSymbol,
+                  unsigned short stopSymbol, unsigned char flags);
+    int RemoveSignal(unsigned short handler);
+    int SignalChangeValue(unsigned short handler, unsigned short value, bool flag, bool tracked);
+    int ChangeSignalSgroup(unsigned char group, unsigned short value);
+    int ExecuteSignalChange(bool tracked);
+    int SetSignalControl(unsigned short handler, unsigned char controlMode, unsigned int arg1, unsigned int arg2,
+                         unsigned int arg3);
+
+    // --- Checksums, gateway, blob -------------------------------------------------
+    int AddCrc(const unsigned char* crcBlock);
+    int ChangeCrc(unsigned short handler, unsigned char* crcBlock);
+    int DisableCrc(unsigned short handler);
+    int GatewayID(unsigned char target, unsigned int id);
+    int BlobRemove();
+
+    // --- Reception requests and signal reading --------------------------------------
+    int RequestMessage(unsigned char channelMask, unsigned int id, bool tailFlag, bool idFlag, unsigned char dlc,
+                       bool flag7, bool flag6, const unsigned char* data);
+    int EnableRequest(unsigned short handler);
+    int DisableRequest(unsigned short handler);
+    int RemoveRequest(unsigned short handler);
+    int RequestSignal(int requestKey, unsigned short StartSymbol, unsigned short StopSymbol);
+    int SignalReadValue(unsigned short handler, unsigned int& value, unsigned int* age, bool doRead);
+    int SignalReadValue(unsigned short handler, unsigned long long& value, unsigned int* age, bool doRead);
+
+private:
+    friend struct TarvelTestAccess; // white-box tests only
+
+    static const unsigned long long m_kBufferSize = 255;
+
+    void _writeSyncBuffer(const RecvMessage& message);
+    int _reboot(unsigned char mode);
+    void _clearHostState();
+    void _writeAsyncMessage(const RecvAsyncMessage& message);
+    void _receiverLoop();
+    // One command exchange, serialised per session: send, and when tracked
+    // wait for the answer with GetResponse(quiet). Returns the answer value,
+    // 0 when untracked, a send failure unchanged, a failed wait c as c - 10.
+    int _exchange(CMD cmd, const ByteVector& payload, bool tracked = true, bool quiet = false);
+    int _exchangeHandler(CMD cmd, unsigned short handler, const ByteVector& payload, bool tracked = true);
+    // The same, tracked, with the answer's bytes (GetBytesResponse(answer, false)).
+    int _exchangeBytes(CMD cmd, const ByteVector& payload, ByteVector& answer);
+
+    std::mutex m_syncMutex;
+    std::mutex m_asyncMutex;
+    std::vector<SignalRequest> m_signalRequests;
+    std::unordered_map<uint16_t, SignalEntry> m_signals;
+    std::unordered_map<uint16_t, tagCanMessage> m_txMessages;
+    std::deque<RecvMessage> m_syncBuffer;
+    std::unordered_map<uint32_t, RecvAsyncMessage> m_asyncMessages;
+    SerialPort m_serialPort;
+    std::thread m_receiverThread;
+    std::atomic<bool> m_receiverRunning;
+    uint32_t m_signalRequestCount;
+    uint8_t m_messageId;
+    uint16_t m_deviceVersion;
+    std::ofstream m_commFile;
+    Printer m_printer;
+
+    std::condition_variable m_syncArrived;   // signalled by _writeSyncBuffer
+    std::recursive_mutex m_exchangeMutex;    // one exchange at a time per session
+    std::atomic<unsigned> m_receiverStartGen; // a stop cancels the start it follows
+    std::atomic<unsigned> m_receiverStopGen;
+};
+
+#endif

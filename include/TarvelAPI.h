@@ -1,0 +1,203 @@
+/*
+ * TarvelAPI: host library for the Tarvel CAN-bus simulator device.
+ *
+ * This one header serves C and C++ callers alike. A C compiler sees the
+ * shared types and the flat entry points, with the session as the opaque
+ * type `Tarvel`. A C++ compiler additionally gets the classes `Tarvel` and
+ * `SerialPort` (Tarvel.h, SerialPort.h).
+ *
+ * Result codes: every operation returns a signed 32-bit value; 0 is success,
+ * positive values carry a device answer or a count, negative values are
+ * errors. The common mapping of device operations: a failed send is
+ * returned unchanged (-1 port not open, -2..-5 sender thread not serving),
+ * a failed wait c becomes c - 10 (-14: no valid answer, -15: no answer in
+ * time with the receiver running), a device answer of 0xFFFF becomes -21.
+ */
+#ifndef TARVEL_API_H
+#define TARVEL_API_H
+
+#include <stdint.h>
+#include <stdio.h>
+#ifndef __cplusplus
+#include <stdbool.h>
+#endif
+
+/* Export and calling-convention macros. */
+#if defined(_WIN32)
+#if defined(TARVEL_BUILDING_LIBRARY)
+#define TARVEL_API __declspec(dllexport)
+#elif defined(TARVEL_STATIC)
+#define TARVEL_API
+#else
+#define TARVEL_API __declspec(dllimport)
+#endif
+#define TARVEL_CALL __cdecl
+#else
+#if defined(TARVEL_BUILDING_LIBRARY)
+#define TARVEL_API __attribute__((visibility("default")))
+#else
+#define TARVEL_API
+#endif
+#define TARVEL_CALL
+#endif
+
+/* Logging channels of a session's Printer. */
+typedef enum LOG_LEVELS_TARVEL {
+    ERR = 0, /* errors */
+    INF = 1, /* information */
+    COM = 2  /* communication trace */
+} LOG_LEVELS_TARVEL;
+
+/* Description of a CAN message that the device transmits by itself. */
+typedef struct tagCanMessage {
+    unsigned char dlc;       /* data length code 0..15 (CAN FD table) */
+    unsigned char selector1; /* channel selector, first key byte */
+    unsigned char selector2; /* second key byte */
+    unsigned int id;         /* CAN identifier; low 29 bits are sent */
+    bool idFlag;             /* bit 31 of the identifier word */
+    bool flag6;
+    bool flag5;
+    bool flag4;
+    bool extraFlag;
+    bool enabled;            /* message switched on */
+    bool fastSlowSend;       /* no cumulative signal allowed in it */
+    unsigned short param1;   /* transmission period in ms (0: on change) */
+    unsigned short param2;
+    unsigned short param3;
+} tagCanMessage;
+
+/* One received CAN report as the C entry points hand it out. */
+#pragma pack(push, 1)
+typedef struct TarvelAsyncMessage {
+    uint32_t key;       /* channel << 16 | handler; 0: no report */
+    uint16_t handler;   /* low 16 bits of the CAN identifier */
+    uint8_t channel;    /* channel index 0..3 */
+    uint8_t dlc;        /* data length code */
+    uint8_t flag7;
+    uint8_t flag6;
+    uint8_t flag5;
+    uint8_t flag4;
+    uint32_t timestamp; /* host milliseconds at reception */
+} TarvelAsyncMessage;
+#pragma pack(pop)
+
+#ifdef __cplusplus
+class Tarvel;
+extern "C" {
+#else
+typedef struct Tarvel Tarvel;
+#endif
+
+/* Creates a session (not connected); release it with DeleteTarvel. */
+TARVEL_API Tarvel* TARVEL_CALL NewTarvel(void);
+/* Destroys a session; a null handle does nothing. */
+TARVEL_API void TARVEL_CALL DeleteTarvel(Tarvel* tarvel);
+
+/* 0 connected; -1 another port is open; -2 cannot open; -3/-4 line settings
+ * failed; c-100 / c-200 time-outs / purge failed; c-300 version query
+ * failed (-314: the device did not answer). */
+TARVEL_API int TARVEL_CALL ConnectTarvel(Tarvel* tarvel, const char* port, unsigned int readTimeout,
+                                         unsigned int writeTimeout);
+/* 0, or -1 when the port could not be closed. */
+TARVEL_API int TARVEL_CALL DisconnectTarvel(Tarvel* tarvel);
+
+/* 0 started; 1 already running; -1 the thread did not start in time. */
+TARVEL_API int TARVEL_CALL StartReceiverTarvel(Tarvel* tarvel);
+TARVEL_API void TARVEL_CALL StopReceiverTarvel(Tarvel* tarvel);
+/* bit 0 receiver running; 0x10 sender serving; 0x20 sender starting,
+ * stopping or failed. */
+TARVEL_API int TARVEL_CALL GetInternalThreadStatus(Tarvel* tarvel);
+/* Latest report for a request key: -1 none (msg and data untouched);
+ * otherwise fills *msg and returns the number of data bytes copied to data
+ * (at most maxLen), or 0 when data is null. */
+TARVEL_API int TARVEL_CALL ReadAsyncMsgTarvel(Tarvel* tarvel, int requestKey, TarvelAsyncMessage* msg,
+                                              unsigned char* data, unsigned char maxLen);
+
+/* Device control: the device's status or a negative code. */
+TARVEL_API int TARVEL_CALL ResetTarvel(Tarvel* tarvel);
+/* Reboots and waits up to 5 s for the device to answer a ping again. */
+TARVEL_API int TARVEL_CALL RebootTarvel(Tarvel* tarvel, bool mode);
+TARVEL_API int TARVEL_CALL BootloaderTarvel(Tarvel* tarvel);
+/* 100 or 0 (device feature level), or a negative code. */
+TARVEL_API int TARVEL_CALL GetVersionTarvel(Tarvel* tarvel);
+/* 0 and *time set; -2 null pointer; negative codes. */
+TARVEL_API int TARVEL_CALL GetTimeTarvel(Tarvel* tarvel, long long* time);
+TARVEL_API int TARVEL_CALL SetTimeTarvel(Tarvel* tarvel, long long time);
+
+/* EEPROM blocks of 1..16 bytes: -1 bad length (or write below address 30),
+ * -2 null pointer, -666 wrong block length returned. */
+TARVEL_API int TARVEL_CALL ReadEepromTarvel(Tarvel* tarvel, unsigned short address, unsigned char length,
+                                            unsigned char* data);
+TARVEL_API int TARVEL_CALL WriteEepromTarvel(Tarvel* tarvel, unsigned short address, unsigned char length,
+                                             const unsigned char* data);
+
+/* Transmit messages: AddMessageTarvel returns the new handler (data null:
+ * zero data), -21 invalid DLC or message, -22 invalid length, -23 device
+ * out of memory. */
+TARVEL_API int TARVEL_CALL AddMessageTarvel(Tarvel* tarvel, const tagCanMessage* msg, const unsigned char* data);
+TARVEL_API int TARVEL_CALL RemoveMessageTarvel(Tarvel* tarvel, unsigned short handler);
+TARVEL_API int TARVEL_CALL EnableMessageTarvel(Tarvel* tarvel, unsigned short handler);
+TARVEL_API int TARVEL_CALL DisableMessageTarvel(Tarvel* tarvel, unsigned short handler);
+/* -31: handler unknown to this session (nothing sent). */
+TARVEL_API int TARVEL_CALL SetMessageDataTarvel(Tarvel* tarvel, unsigned short handler, const unsigned char* data,
+                                                const unsigned char* mask, bool flag, bool tracked);
+TARVEL_API int TARVEL_CALL GetHandlerTarvel(Tarvel* tarvel, unsigned char selector1, unsigned char selector2,
+                                            unsigned int id, bool idFlag, bool fastSlowSend, bool flag6);
+
+/* Signals: AddSignalTarvel returns the signal handler; -31 bad bit range,
+ * -32 cumulative signal in a fast/slow-send message. */
+TARVEL_API int TARVEL_CALL AddSignalTarvel(Tarvel* tarvel, unsigned short messageHandler, unsigned char group,
+                                           unsigned short startSymbol, unsigned short stopSymbol,
+                                           unsigned char flags);
+TARVEL_API int TARVEL_CALL RemoveSignalTarvel(Tarvel* tarvel, unsigned short handler);
+TARVEL_API int TARVEL_CALL SignalChangeValueTarvel(Tarvel* tarvel, unsigned short handler, unsigned short value,
+                                                   bool flag, bool tracked);
+TARVEL_API int TARVEL_CALL ChangeSignalSgroupTarvel(Tarvel* tarvel, unsigned char group, unsigned short value);
+TARVEL_API int TARVEL_CALL ExecuteSignalChangeTarvel(Tarvel* tarvel, bool tracked);
+TARVEL_API int TARVEL_CALL SetSignalControlTarvel(Tarvel* tarvel, unsigned short handler, unsigned char controlMode,
+                                                  unsigned int arg1, unsigned int arg2, unsigned int arg3);
+
+/* Checksums: ChangeCrc/DisableCrc answers 1, 2, 3 give -21, -22, -23;
+ * AddCrcTarvel with a null block gives -2. */
+TARVEL_API int TARVEL_CALL AddCrcTarvel(Tarvel* tarvel, const unsigned char* crcBlock);
+TARVEL_API int TARVEL_CALL ChangeCrcTarvel(Tarvel* tarvel, unsigned short handler, unsigned char* crcBlock);
+TARVEL_API int TARVEL_CALL DisableCrcTarvel(Tarvel* tarvel, unsigned short handler);
+TARVEL_API int TARVEL_CALL BlobRemoveTarvel(Tarvel* tarvel);
+
+/* Reception requests: RequestMessageTarvel returns the request key
+ * (channelMask << 16 | id & 0xFFFF) or -21 (bad DLC, refused). */
+TARVEL_API int TARVEL_CALL RequestMessageTarvel(Tarvel* tarvel, unsigned char channelMask, unsigned int id,
+                                                bool tailFlag, bool idFlag, unsigned char dlc, bool flag7,
+                                                bool flag6, const unsigned char* data);
+TARVEL_API int TARVEL_CALL EnableRequestTarvel(Tarvel* tarvel, unsigned short handler);
+TARVEL_API int TARVEL_CALL DisableRequestTarvel(Tarvel* tarvel, unsigned short handler);
+TARVEL_API int TARVEL_CALL RemoveRequestTarvel(Tarvel* tarvel, unsigned short handler);
+
+/* Signal reading: RequestSignalTarvel returns a handle (1, 2, ...) or -1.
+ * SignalReadValue: 0; -5 null value; -1000 doRead false; -3 receiver not
+ * running; -4 unknown handle; -1 no report yet; -2 bits beyond the data. */
+TARVEL_API int TARVEL_CALL RequestSignalTarvel(Tarvel* tarvel, int requestKey, unsigned short StartSymbol,
+                                               unsigned short StopSymbol);
+TARVEL_API int TARVEL_CALL SignalReadValue32Tarvel(Tarvel* tarvel, unsigned short handler, unsigned int* value,
+                                                   unsigned int* age, bool doRead);
+TARVEL_API int TARVEL_CALL SignalReadValue64Tarvel(Tarvel* tarvel, unsigned short handler,
+                                                   unsigned long long* value, unsigned int* age, bool doRead);
+
+/* Logging: the trace file (null name: trace off), sinks (0 added; -1 bad
+ * level; -2 channel full) and the session's own print channels. */
+TARVEL_API void TARVEL_CALL DebugCommTarvel(Tarvel* tarvel, const char* fileName);
+TARVEL_API int TARVEL_CALL SetPrintFunctionTarvel(Tarvel* tarvel, void (*func)(const char*),
+                                                  LOG_LEVELS_TARVEL level);
+TARVEL_API int TARVEL_CALL ClearPrintFunctionTarvel(Tarvel* tarvel, void (*func)(const char*),
+                                                    LOG_LEVELS_TARVEL level);
+TARVEL_API int TARVEL_CALL SetPrintFileTarvel(Tarvel* tarvel, FILE* file, LOG_LEVELS_TARVEL level);
+TARVEL_API int TARVEL_CALL ClearPrintFileTarvel(Tarvel* tarvel, FILE* file, LOG_LEVELS_TARVEL level);
+TARVEL_API void TARVEL_CALL PrintfErrTarvel(Tarvel* tarvel, const char* format, ...);
+TARVEL_API void TARVEL_CALL PrintfInfTarvel(Tarvel* tarvel, const char* format, ...);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#include "Tarvel.h"
+#endif
+
+#endif /* TARVEL_API_H */
