@@ -12,9 +12,24 @@
  * returned unchanged (-1 port not open, -2..-5 sender thread not serving),
  * a failed wait c becomes c - 10 (-14: no valid answer, -15: no answer in
  * time with the receiver running), a device answer of 0xFFFF becomes -21.
+ *
+ * The C entry points never let a C++ exception escape (except NewTarvel,
+ * which raises the allocation failure or the constructor's error): an entry
+ * point that returns int returns TARVEL_ERROR_EXCEPTION when the operation
+ * failed with an exception (out of memory, a thread that could not be created
+ * or joined, a throwing log sink); the void ones drop it.
  */
 #ifndef TARVEL_API_H
 #define TARVEL_API_H
+
+/* The C++ classes are pulled in at the end only when this header is the one
+ * the caller included: when another library header includes it, that header
+ * is still being read and brings in the rest itself (an include cycle would
+ * otherwise declare Tarvel before the types it uses). */
+#if defined(__cplusplus) && !defined(TARVEL_SESSION_H) && !defined(TARVEL_TYPES_H) && \
+    !defined(TARVEL_PRINTER_H) && !defined(TARVEL_SERIAL_PORT_H)
+#define TARVEL_API_WITH_CLASSES
+#endif
 
 #include <stdint.h>
 #include <stdio.h>
@@ -41,8 +56,25 @@
 #define TARVEL_CALL
 #endif
 
-/* Logging channels of a session's Printer. */
-typedef enum LOG_LEVELS_TARVEL {
+/* Result of an int entry point whose operation ended in a C++ exception. */
+#define TARVEL_ERROR_EXCEPTION (-9999)
+
+/* Archetype for format checks of the printf-like operations: the library
+ * formats with C99 conversions (%zu, %lld), on MinGW through its own printf
+ * family rather than the system's. */
+#if defined(__MINGW32__)
+#define TARVEL_PRINTF_ARCHETYPE gnu_printf
+#else
+#define TARVEL_PRINTF_ARCHETYPE printf
+#endif
+
+/* Logging channels of a session's Printer. In C++ the enumeration holds any
+ * int, so that a bad level from a caller is refused rather than undefined. */
+typedef enum LOG_LEVELS_TARVEL
+#ifdef __cplusplus
+    : int
+#endif
+{
     ERR = 0, /* errors */
     INF = 1, /* information */
     COM = 2  /* communication trace */
@@ -93,7 +125,8 @@ TARVEL_API Tarvel* TARVEL_CALL NewTarvel(void);
 /* Destroys a session; a null handle does nothing. */
 TARVEL_API void TARVEL_CALL DeleteTarvel(Tarvel* tarvel);
 
-/* 0 connected; -1 another port is open; -2 cannot open; -3/-4 line settings
+/* port: a zero-terminated name (null counts as an empty name).
+ * 0 connected; -1 another port is open; -2 cannot open; -3/-4 line settings
  * failed; c-100 / c-200 time-outs / purge failed; c-300 version query
  * failed (-314: the device did not answer). */
 TARVEL_API int TARVEL_CALL ConnectTarvel(Tarvel* tarvel, const char* port, unsigned int readTimeout,
@@ -192,11 +225,19 @@ TARVEL_API int TARVEL_CALL ClearPrintFunctionTarvel(Tarvel* tarvel, void (*func)
                                                     LOG_LEVELS_TARVEL level);
 TARVEL_API int TARVEL_CALL SetPrintFileTarvel(Tarvel* tarvel, FILE* file, LOG_LEVELS_TARVEL level);
 TARVEL_API int TARVEL_CALL ClearPrintFileTarvel(Tarvel* tarvel, FILE* file, LOG_LEVELS_TARVEL level);
-TARVEL_API void TARVEL_CALL PrintfErrTarvel(Tarvel* tarvel, const char* format, ...);
-TARVEL_API void TARVEL_CALL PrintfInfTarvel(Tarvel* tarvel, const char* format, ...);
+#if defined(__GNUC__)
+#define TARVEL_PRINTF_CHECK __attribute__((format(TARVEL_PRINTF_ARCHETYPE, 2, 3)))
+#else
+#define TARVEL_PRINTF_CHECK
+#endif
+TARVEL_API void TARVEL_CALL PrintfErrTarvel(Tarvel* tarvel, const char* format, ...) TARVEL_PRINTF_CHECK;
+TARVEL_API void TARVEL_CALL PrintfInfTarvel(Tarvel* tarvel, const char* format, ...) TARVEL_PRINTF_CHECK;
 
 #ifdef __cplusplus
 } /* extern "C" */
+#endif
+
+#ifdef TARVEL_API_WITH_CLASSES
 #include "Tarvel.h"
 #endif
 

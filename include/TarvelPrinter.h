@@ -48,7 +48,7 @@ public:
     void vPrintf(unsigned level, const char* format, va_list args);
     void Printf(unsigned level, const char* format, ...)
 #if defined(__GNUC__)
-        __attribute__((format(printf, 3, 4)))
+        __attribute__((format(TARVEL_PRINTF_ARCHETYPE, 3, 4)))
 #endif
         ;
     void Write(unsigned level, const char* text);
