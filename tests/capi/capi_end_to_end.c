@@ -1,0 +1,373 @@
+/*
+ * A plain C caller driving one session through the flat interface, against
+ * the device simulator. Started by the launcher test (CApiProgramTest.cpp):
+ *
+ *   capi_end_to_end <port> <trace file>
+ *
+ * While this program runs, the launcher keeps putting one CAN frame on the
+ * simulated bus (channel 0, identifier 0x123, flag 7, the 12 bytes of
+ * kFrameData); the request made below has the device report it.
+ * Exit status 0 when every check held.
+ */
+#define _POSIX_C_SOURCE 200809L
+
+#include <stddef.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include "TarvelAPI.h"
+
+_Static_assert(sizeof(TarvelAsyncMessage) == 16, "TarvelAsyncMessage is 16 bytes");
+_Static_assert(offsetof(TarvelAsyncMessage, key) == 0, "key at 0");
+_Static_assert(offsetof(TarvelAsyncMessage, handler) == 4, "handler at 4");
+_Static_assert(offsetof(TarvelAsyncMessage, channel) == 6, "channel at 6");
+_Static_assert(offsetof(TarvelAsyncMessage, dlc) == 7, "dlc at 7");
+_Static_assert(offsetof(TarvelAsyncMessage, flag7) == 8, "flag7 at 8");
+_Static_assert(offsetof(TarvelAsyncMessage, flag6) == 9, "flag6 at 9");
+_Static_assert(offsetof(TarvelAsyncMessage, flag5) == 10, "flag5 at 10");
+_Static_assert(offsetof(TarvelAsyncMessage, flag4) == 11, "flag4 at 11");
+_Static_assert(offsetof(TarvelAsyncMessage, timestamp) == 12, "timestamp at 12");
+
+/* Must match the frame the launcher injects. */
+#define FRAME_ID 0x123u
+static const unsigned char kFrameData[12] = {0x10, 0x21, 0x32, 0x43, 0x54, 0x65,
+                                             0x76, 0x87, 0x98, 0xA9, 0xBA, 0xCB};
+
+static int failures;
+
+#define CHECK(cond)                                                                                      \
+    do {                                                                                                 \
+        if (!(cond)) {                                                                                   \
+            fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond);                     \
+            ++failures;                                                                                  \
+        }                                                                                                \
+    } while (0)
+
+#define CHECK_EQ(expected, actual)                                                                       \
+    do {                                                                                                 \
+        long long e_ = (long long)(expected), a_ = (long long)(actual);                                  \
+        if (e_ != a_) {                                                                                  \
+            fprintf(stderr, "%s:%d: %s: expected %lld (%#llx), got %lld (%#llx)\n", __FILE__, __LINE__, \
+                    #actual, e_, (unsigned long long)e_, a_, (unsigned long long)a_);                    \
+            ++failures;                                                                                  \
+        }                                                                                                \
+    } while (0)
+
+/* Stops at once: later steps make no sense without this one. */
+#define REQUIRE_EQ(expected, actual)                                                                     \
+    do {                                                                                                 \
+        long long e_ = (long long)(expected), a_ = (long long)(actual);                                  \
+        if (e_ != a_) {                                                                                  \
+            fprintf(stderr, "%s:%d: %s: expected %lld, got %lld; giving up\n", __FILE__, __LINE__,       \
+                    #actual, e_, a_);                                                                    \
+            return 1;                                                                                    \
+        }                                                                                                \
+    } while (0)
+
+/* What the session printed on ERR and INF through the callbacks. */
+static char errLog[1 << 16];
+static char infLog[1 << 16];
+
+static void append(char* log, size_t size, const char* text) {
+    size_t used = strlen(log);
+    if (used + 1 < size) strncat(log, text, size - used - 1);
+}
+static void onErr(const char* text) { append(errLog, sizeof errLog, text); }
+static void onInf(const char* text) { append(infLog, sizeof infLog, text); }
+
+static long long nowMs(void) {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return (long long)ts.tv_sec * 1000 + ts.tv_nsec / 1000000;
+}
+
+static void pauseMs(long ms) {
+    struct timespec ts = {0, ms * 1000000L};
+    nanosleep(&ts, NULL);
+}
+
+/* The whole file as a string (caller frees), or NULL. */
+static char* readFile(const char* path) {
+    FILE* f = fopen(path, "rb");
+    if (!f) return NULL;
+    char* text = calloc(1, 1 << 20);
+    size_t n = text ? fread(text, 1, (1 << 20) - 1, f) : 0;
+    fclose(f);
+    if (text) text[n] = '\0';
+    return text;
+}
+
+static void checkPrinting(Tarvel* t) {
+    CHECK_EQ(0, SetPrintFunctionTarvel(t, onErr, ERR));
+    CHECK_EQ(0, SetPrintFunctionTarvel(t, onInf, INF));
+    CHECK_EQ(-1, SetPrintFunctionTarvel(t, onInf, (LOG_LEVELS_TARVEL)3));
+
+    PrintfErrTarvel(t, "capi err %s %d\n", "text", 7);
+    PrintfInfTarvel(t, "capi inf %u%%\n", 50u);
+    CHECK(strstr(errLog, "capi err text 7\n") != NULL);
+    CHECK(strstr(infLog, "capi inf 50%\n") != NULL);
+    CHECK(strstr(infLog, "capi err") == NULL);
+
+    /* Removing the callback silences it; adding it back works again. */
+    CHECK_EQ(0, ClearPrintFunctionTarvel(t, onInf, INF));
+    PrintfInfTarvel(t, "not seen\n");
+    CHECK(strstr(infLog, "not seen") == NULL);
+    CHECK_EQ(-1, ClearPrintFunctionTarvel(t, onInf, (LOG_LEVELS_TARVEL)3));
+    CHECK_EQ(0, SetPrintFunctionTarvel(t, onInf, INF));
+
+    /* FILE* sinks receive the text unchanged. */
+    FILE* file = tmpfile();
+    CHECK(file != NULL);
+    if (file) {
+        CHECK_EQ(0, SetPrintFileTarvel(t, file, INF));
+        PrintfInfTarvel(t, "to file %s\n", "100%");
+        CHECK_EQ(0, ClearPrintFileTarvel(t, file, INF));
+        PrintfInfTarvel(t, "after clear\n");
+        char content[64] = {0};
+        rewind(file);
+        CHECK(fread(content, 1, sizeof content - 1, file) > 0);
+        CHECK(strcmp(content, "to file 100%\n") == 0);
+        fclose(file);
+    }
+}
+
+static void checkTransmit(Tarvel* t) {
+    const unsigned char data[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    tagCanMessage msg;
+    memset(&msg, 0, sizeof msg);
+    msg.dlc = 8;
+    msg.id = 0x321;
+    msg.enabled = true;
+    msg.param1 = 100;
+
+    int handler = AddMessageTarvel(t, &msg, data);
+    CHECK(handler > 0);
+    if (handler <= 0) return;
+    int signal = AddSignalTarvel(t, (unsigned short)handler, 0, 8, 15, 0);
+    CHECK(signal > 0);
+    if (signal > 0) {
+        CHECK_EQ(0, SignalChangeValueTarvel(t, (unsigned short)signal, 0x5A, false, true));
+        CHECK_EQ(0, SignalChangeValueTarvel(t, (unsigned short)signal, 0x5B, false, false));
+        CHECK_EQ(0, ExecuteSignalChangeTarvel(t, true));
+        CHECK_EQ(0, ChangeSignalSgroupTarvel(t, 0, 0x42));
+        CHECK_EQ(0, SetSignalControlTarvel(t, (unsigned short)signal, 1, 10, 20, 30));
+        CHECK_EQ(0, RemoveSignalTarvel(t, (unsigned short)signal));
+    }
+    CHECK_EQ(-31, AddSignalTarvel(t, (unsigned short)handler, 0, 9, 8, 0));
+    CHECK_EQ(handler, GetHandlerTarvel(t, 0, 0, 0x321, false, false, false));
+    CHECK_EQ(0, DisableMessageTarvel(t, (unsigned short)handler));
+    CHECK_EQ(0, EnableMessageTarvel(t, (unsigned short)handler));
+    CHECK_EQ(0, SetMessageDataTarvel(t, (unsigned short)handler, data, NULL, false, true));
+    CHECK_EQ(-31, SetMessageDataTarvel(t, 0xFFF0, data, NULL, false, true));
+
+    /* DLC 16 with data: this entry point's own refusal; without data the member's. */
+    msg.dlc = 16;
+    errLog[0] = '\0';
+    CHECK_EQ(-21, AddMessageTarvel(t, &msg, data));
+    CHECK(strstr(errLog, "Tarvel::AddMessageTarvel: Invalid DLC value: 16.\n") != NULL);
+    errLog[0] = '\0';
+    CHECK_EQ(-21, AddMessageTarvel(t, &msg, NULL));
+    CHECK(strstr(errLog, "Tarvel::AddMessage: Invalid DLC value: 16.\n") != NULL);
+    CHECK(strstr(errLog, "AddMessageTarvel") == NULL);
+
+    /* Null data: a message of zero bytes for its DLC. */
+    msg.dlc = 2;
+    msg.id = 0x322;
+    int second = AddMessageTarvel(t, &msg, NULL);
+    CHECK(second > 0 && second != handler);
+    if (second > 0) CHECK_EQ(0, RemoveMessageTarvel(t, (unsigned short)second));
+
+    unsigned char crc[16];
+    for (int i = 0; i < 16; ++i) crc[i] = (unsigned char)i;
+    int crcHandler = AddCrcTarvel(t, crc);
+    CHECK(crcHandler > 0);
+    if (crcHandler > 0) {
+        CHECK_EQ(0, ChangeCrcTarvel(t, (unsigned short)crcHandler, crc));
+        CHECK_EQ(0, ChangeCrcTarvel(t, (unsigned short)crcHandler, NULL));
+        CHECK_EQ(0, DisableCrcTarvel(t, (unsigned short)crcHandler));
+    }
+    CHECK_EQ(0, BlobRemoveTarvel(t));
+}
+
+/* After a restart the device is deaf for a while: ask until it answers. */
+static int waitForDevice(Tarvel* t) {
+    const long long deadline = nowMs() + 10000;
+    int version;
+    while ((version = GetVersionTarvel(t)) != 100 && nowMs() < deadline) pauseMs(20);
+    return version;
+}
+
+static void checkRestarts(Tarvel* t) {
+    /* Reboot waits for the device itself. */
+    CHECK_EQ(0, RebootTarvel(t, false));
+    CHECK_EQ(100, GetVersionTarvel(t));
+    CHECK_EQ(0, ResetTarvel(t));
+    CHECK_EQ(100, waitForDevice(t));
+    CHECK_EQ(0, BootloaderTarvel(t));
+    CHECK_EQ(100, waitForDevice(t));
+}
+
+static void checkDevice(Tarvel* t) {
+    CHECK_EQ(100, GetVersionTarvel(t));
+
+    long long deviceTime = -1;
+    CHECK_EQ(0, SetTimeTarvel(t, 123456));
+    CHECK_EQ(0, GetTimeTarvel(t, &deviceTime));
+    CHECK(deviceTime >= 123456 && deviceTime <= 0xFFFFFFFFLL);
+    CHECK_EQ(-2, GetTimeTarvel(t, NULL));
+
+    const unsigned char block[4] = {0xDE, 0xAD, 0xBE, 0xEF};
+    unsigned char back[5] = {0, 0, 0, 0, 0x55};
+    CHECK_EQ(0, WriteEepromTarvel(t, 40, 4, block));
+    CHECK_EQ(0, ReadEepromTarvel(t, 40, 4, back));
+    CHECK(memcmp(back, block, 4) == 0);
+    CHECK_EQ(0x55, back[4]);
+    CHECK_EQ(-1, WriteEepromTarvel(t, 29, 1, block));
+    CHECK_EQ(-1, ReadEepromTarvel(t, 40, 17, back));
+    CHECK_EQ(-2, ReadEepromTarvel(t, 40, 4, NULL));
+}
+
+/* Signal reads refused before the session looks at anything. */
+static void checkNullSignalValue(Tarvel* t) {
+    size_t before = strlen(errLog);
+    unsigned int age = 0;
+    CHECK_EQ(-5, SignalReadValue32Tarvel(t, 999, NULL, &age, true));
+    CHECK_EQ(-5, SignalReadValue64Tarvel(t, 999, NULL, NULL, true));
+    CHECK_EQ(before, strlen(errLog));
+}
+
+static int checkReception(Tarvel* t) {
+    TarvelAsyncMessage msg, untouched;
+    unsigned char buf[64];
+
+    /* Receiver stopped: no report, and the caller's structure stays as it was. */
+    memset(&msg, 0xAA, sizeof msg);
+    untouched = msg;
+    errLog[0] = '\0';
+    CHECK_EQ(-1, ReadAsyncMsgTarvel(t, 0x10000 | FRAME_ID, &msg, buf, sizeof buf));
+    CHECK(memcmp(&msg, &untouched, sizeof msg) == 0);
+    CHECK(strstr(errLog, "Tarvel::ReadAsyncMessage: Receiving thread is not running!\n") != NULL);
+    unsigned int v32 = 0;
+    CHECK_EQ(-3, SignalReadValue32Tarvel(t, 1, &v32, NULL, true));
+
+    REQUIRE_EQ(0, StartReceiverTarvel(t));
+    CHECK_EQ(1, StartReceiverTarvel(t));
+    CHECK_EQ(1, GetInternalThreadStatus(t) & 1);
+
+    const int key = RequestMessageTarvel(t, 0x01, FRAME_ID, false, false, 9, false, false, NULL);
+    REQUIRE_EQ(0x10000 | FRAME_ID, key);
+    const int sig32 = RequestSignalTarvel(t, key, 4, 15);
+    const int sig64 = RequestSignalTarvel(t, key, 8, 71);
+    CHECK_EQ(1, sig32);
+    CHECK_EQ(2, sig64);
+    CHECK_EQ(-1, RequestSignalTarvel(t, key, 10, 9));
+
+    /* Wait for the first report of the injected frame. */
+    const long long deadline = nowMs() + 5000;
+    int rc;
+    while ((rc = ReadAsyncMsgTarvel(t, key, &msg, NULL, 0)) == -1 && nowMs() < deadline) pauseMs(5);
+    REQUIRE_EQ(0, rc);
+    CHECK_EQ(FRAME_ID, msg.key);
+    CHECK_EQ(FRAME_ID, msg.handler);
+    CHECK_EQ(0, msg.channel);
+    CHECK_EQ(9, msg.dlc);
+    CHECK_EQ(1, msg.flag7);
+    CHECK_EQ(0, msg.flag6);
+    CHECK_EQ(0, msg.flag5);
+    CHECK_EQ(0, msg.flag4);
+
+    /* maxLen limits the copy; the rest of the buffer is not written. */
+    memset(buf, 0xEE, sizeof buf);
+    CHECK_EQ(8, ReadAsyncMsgTarvel(t, key, &msg, buf, 8));
+    CHECK(memcmp(buf, kFrameData, 8) == 0);
+    CHECK_EQ(0xEE, buf[8]);
+    memset(buf, 0xEE, sizeof buf);
+    CHECK_EQ(12, ReadAsyncMsgTarvel(t, key, &msg, buf, 64));
+    CHECK(memcmp(buf, kFrameData, 12) == 0);
+    CHECK_EQ(0xEE, buf[12]);
+    CHECK_EQ(0, ReadAsyncMsgTarvel(t, key, &msg, buf, 0));
+
+    /* A key that has no report. */
+    memset(&msg, 0xAA, sizeof msg);
+    CHECK_EQ(-1, ReadAsyncMsgTarvel(t, 0x10000 | 0x999, &msg, buf, 64));
+    CHECK(memcmp(&msg, &untouched, sizeof msg) == 0);
+
+    /* Bits 4..15 of 10 21 ...: 0x211; bits 8..71: bytes 1..8, little-endian. */
+    unsigned int age = 0xFFFFFFFFu;
+    unsigned long long v64 = 0;
+    CHECK_EQ(0, SignalReadValue32Tarvel(t, (unsigned short)sig32, &v32, &age, true));
+    CHECK_EQ(0x211, v32);
+    CHECK(age < 60000);
+    CHECK_EQ(0, SignalReadValue64Tarvel(t, (unsigned short)sig64, &v64, NULL, true));
+    CHECK(v64 == 0x9887766554433221ULL);
+    CHECK_EQ(-1000, SignalReadValue64Tarvel(t, (unsigned short)sig64, &v64, NULL, false));
+    CHECK_EQ(-4, SignalReadValue32Tarvel(t, 7, &v32, NULL, true));
+    checkNullSignalValue(t);
+
+    /* The request's handler is the low half of its identifier; the last
+     * report stays readable after the request is gone. */
+    CHECK_EQ(0, DisableRequestTarvel(t, FRAME_ID));
+    CHECK_EQ(0, EnableRequestTarvel(t, FRAME_ID));
+    CHECK_EQ(0, RemoveRequestTarvel(t, FRAME_ID));
+    CHECK_EQ(12, ReadAsyncMsgTarvel(t, key, &msg, buf, 64));
+
+    StopReceiverTarvel(t);
+    CHECK_EQ(0, GetInternalThreadStatus(t) & 1);
+    return 0;
+}
+
+int main(int argc, char** argv) {
+    if (argc < 3) {
+        fprintf(stderr, "usage: %s <port> <trace file>\n", argv[0]);
+        return 2;
+    }
+    const char* port = argv[1];
+    const char* tracePath = argv[2];
+
+    DeleteTarvel(NULL); /* allowed, does nothing */
+    Tarvel* t = NewTarvel();
+    if (!t) return 1;
+    checkPrinting(t);
+
+    /* The trace file is truncated when opened. */
+    FILE* stale = fopen(tracePath, "w");
+    if (stale) {
+        fputs("stale content\n", stale);
+        fclose(stale);
+    }
+    DebugCommTarvel(t, tracePath);
+
+    REQUIRE_EQ(0, ConnectTarvel(t, port, 1000, 1000));
+    CHECK_EQ(0, GetInternalThreadStatus(t) & 1);
+    checkDevice(t);
+    checkTransmit(t);
+    checkNullSignalValue(t);
+
+    checkRestarts(t);
+
+    if (checkReception(t)) return 1;
+
+    CHECK_EQ(0, DisconnectTarvel(t));
+    DebugCommTarvel(t, NULL); /* closes the trace */
+
+    char* trace = readFile(tracePath);
+    CHECK(trace != NULL);
+    if (trace) {
+        CHECK(strstr(trace, "stale content") == NULL);
+        CHECK(strstr(trace, ":>> 0x") != NULL);
+        CHECK(strstr(trace, ":<< 0x") != NULL);
+        CHECK(strstr(trace, "capi err") == NULL);
+        CHECK(strstr(trace, "Tarvel::AddMessageTarvel: Invalid DLC value: 16.\n") != NULL);
+        free(trace);
+    }
+
+    errLog[0] = '\0';
+    DebugCommTarvel(t, "/nonexistent-dir/trace.txt");
+    CHECK(strstr(errLog, "Tarvel::DebugComm: Unable to open file: /nonexistent-dir/trace.txt") != NULL);
+
+    DeleteTarvel(t);
+    if (failures) fprintf(stderr, "%d check(s) failed\n", failures);
+    return failures ? 1 : 0;
+}
