@@ -74,6 +74,7 @@ public:
 
 private:
     friend class Tarvel;
+    friend struct SerialPortTestAccess; // tests: queue depth, cancel
 
     int _startSenderThread();
     int _writeBuffer(unsigned char* buf, int n);
@@ -106,6 +107,7 @@ private:
     unsigned char* m_readAhead;
     std::size_t m_readPos;
     std::size_t m_readLen;
+    std::size_t m_readCap; // grows when one ReadByte asks for more than kReadAheadSize
 };
 
 #endif

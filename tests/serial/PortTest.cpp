@@ -1,0 +1,245 @@
+// The port device over a real pseudo-terminal: opening, exclusivity, line
+// settings, timed reads and writes, cancel, hang-up, copies.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+
+#include "CaptureStderr.h"
+#include "SerialTestSupport.h"
+
+namespace {
+
+bool startsWith(const std::string& s, const std::string& prefix) { return s.compare(0, prefix.size(), prefix) == 0; }
+
+TEST(PortConnect, FailuresLeaveThePortClosedWithOneReport) {
+    SerialPort port;
+    {
+        CaptureStderr err;
+        EXPECT_EQ(port.Connect("/dev/tarvel-no-such-port", 2000000, 8, 0, 2), -2);
+        EXPECT_EQ(err.stop(), "SerialPort::Connect: CreateFile failed with error: No such file or directory\n");
+    }
+    EXPECT_FALSE(port.IsActive());
+    {
+        // A bare name is looked up in /dev/: "null" opens, but is no terminal.
+        CaptureStderr err;
+        EXPECT_EQ(port.Connect("null", 2000000, 8, 0, 2), -3);
+        EXPECT_TRUE(startsWith(err.stop(), "SerialPort::Connect: GetCommState failed with error: "));
+    }
+    EXPECT_FALSE(port.IsActive());
+
+    Pty pty;
+    for (unsigned char stopBits : {1, 3}) {
+        CaptureStderr err;
+        EXPECT_EQ(port.Connect(pty.slavePath(), 2000000, 8, stopBits, 2), -4);
+        EXPECT_EQ(err.stop(), "SerialPort::Connect: SetCommState failed with error: Invalid argument\n");
+        EXPECT_FALSE(port.IsActive());
+    }
+    EXPECT_EQ(port.Connect(pty.slavePath(), 2000000, 9, 0, 2), -4);
+    EXPECT_EQ(port.Connect(pty.slavePath(), 2000000, 8, 0, 5), -4);
+    // The failed attempts released the device.
+    EXPECT_EQ(connectLine(port, pty.slavePath()), 0);
+}
+
+TEST(PortConnect, AlreadyConnectedAndExclusive) {
+    Pty a, b;
+    SerialPort port, other;
+    ASSERT_EQ(connectLine(port, a.slavePath()), 0);
+    {
+        CaptureStderr err;
+        EXPECT_EQ(connectLine(port, a.slavePath()), 1);
+        EXPECT_EQ(connectLine(port, b.slavePath()), -1);
+        EXPECT_EQ(err.stop(), "COM port already open! (Open: " + a.slavePath() + ", opening: " + b.slavePath() + ")\n");
+    }
+    EXPECT_TRUE(port.IsActive());
+    {
+        CaptureStderr err;
+        EXPECT_EQ(connectLine(other, a.slavePath()), -2);
+        EXPECT_TRUE(startsWith(err.stop(), "SerialPort::Connect: CreateFile failed with error: "));
+    }
+    EXPECT_FALSE(other.IsActive());
+    EXPECT_EQ(port.Disconnect(), 0);
+    EXPECT_EQ(connectLine(other, a.slavePath()), 0);
+}
+
+TEST(PortConnect, ReconnectsToTheSamePtyWithEveryLineSetting) {
+    Pty pty;
+    SerialPort port;
+    struct Line {
+        unsigned baud;
+        unsigned char bits, stop, parity;
+    };
+    // Parity and sizes a pseudo-terminal ignores, and rates without a constant.
+    const Line lines[] = {{2000000, 8, 0, 2}, {2000000, 8, 0, 2}, {115200, 7, 2, 1}, {250000, 5, 0, 3},
+                          {1234567, 6, 2, 4}, {9600, 8, 0, 0},    {2000000, 8, 0, 2}};
+    for (const Line& l : lines) {
+        SCOPED_TRACE(l.baud);
+        ASSERT_EQ(port.Connect(pty.slavePath(), l.baud, l.bits, l.stop, l.parity), 0);
+        ASSERT_EQ(port.SetTimeout(1000, 1000), 0);
+        unsigned char out[3] = {0x0D, 0x11, 0xFF}; // CR, XON and 0xFF: translated or eaten by a cooked line
+        EXPECT_EQ(port.WriteByte(out, 3, false), 3);
+        EXPECT_EQ(pty.read(3), ByteVector(out, out + 3));
+        EXPECT_EQ(port.Disconnect(), 0);
+    }
+    EXPECT_EQ(port.Disconnect(), 0);
+    EXPECT_FALSE(port.IsActive());
+}
+
+TEST(PortState, NewPortAndClosedPortOperations) {
+    SerialPort port;
+    unsigned r = 7, w = 7;
+    EXPECT_EQ(port.GetTimeout(r, w), 0);
+    EXPECT_EQ(r, 0u);
+    EXPECT_EQ(w, 0u);
+    EXPECT_FALSE(port.IsActive());
+    EXPECT_EQ(port.getThrStatus(), SerialPort::IDLE);
+    EXPECT_EQ(port.Disconnect(), 0);
+    EXPECT_EQ(port.Disconnect(), 0);
+
+    CaptureStderr err;
+    unsigned char b = 0;
+    EXPECT_EQ(port.Flush(), -1);
+    EXPECT_EQ(port.SetTimeout(5, 5), -1);
+    EXPECT_EQ(port.ReadByte(&b, 1, false), -1);
+    EXPECT_EQ(port.WriteByte(&b, 1, false), -1);
+    EXPECT_EQ(err.stop(), "SerialPort::Flush: Clearing RX and TX buffers failed.Bad file descriptor\n"
+                          "SerialPort::SetTimeout SetCommTimeouts failed with error: Bad file descriptor\n"
+                          "SerialPort::ReadByte ReadFile failed with error: Bad file descriptor\n"
+                          "SerialPort::WriteByte WriteFile failed with error: Bad file descriptor\n");
+    EXPECT_EQ(port.GetTimeout(r, w), 0);
+    EXPECT_EQ(r, 0u); // a failed SetTimeout keeps the old values
+}
+
+using PortIo = PtyPort;
+
+TEST_F(PortIo, ZeroTimeoutReturnsAtOnceAndLaterFindsTheByte) {
+    ASSERT_EQ(port.SetTimeout(0, 0), 0);
+    unsigned char b = 0;
+    EXPECT_EQ(port.ReadByte(&b, 1, false), 0);
+    ASSERT_TRUE(pty.write(ByteVector{0x5A}));
+    int r = 0;
+    EXPECT_TRUE(waitFor([&] { return (r = port.ReadByte(&b, 1, false)) != 0; }));
+    EXPECT_EQ(r, 1);
+    EXPECT_EQ(b, 0x5A);
+}
+
+TEST_F(PortIo, ATimedOutReadKeepsWhatArrivedForTheNextRead) {
+    ASSERT_EQ(port.SetTimeout(50, 1000), 0);
+    ASSERT_TRUE(pty.write(ByteVector{1, 2}));
+    unsigned char buf[4] = {};
+    EXPECT_EQ(port.ReadByte(buf, 4, false), 0);
+    ASSERT_TRUE(pty.write(ByteVector{3, 4, 5}));
+    ASSERT_EQ(port.SetTimeout(5000, 1000), 0);
+    EXPECT_EQ(port.ReadByte(buf, 4, false), 4);
+    EXPECT_EQ(ByteVector(buf, buf + 4), (ByteVector{1, 2, 3, 4}));
+    EXPECT_EQ(port.ReadByte(buf, 1, false), 1);
+    EXPECT_EQ(buf[0], 5);
+}
+
+TEST_F(PortIo, ReadsLargerThanTheReadAheadAndAllByteValues) {
+    ByteVector big(10000);
+    for (std::size_t i = 0; i < big.size(); ++i) big[i] = static_cast<unsigned char>(i * 7);
+    std::thread writer([&] { pty.write(big); });
+    ByteVector got(big.size());
+    EXPECT_EQ(port.ReadByte(got.data(), static_cast<int>(got.size()), false), static_cast<int>(got.size()));
+    writer.join();
+    EXPECT_EQ(got, big);
+
+    ByteVector all = allByteValues();
+    EXPECT_EQ(port.WriteByte(all.data(), 256, false), 256);
+    EXPECT_EQ(pty.read(256), all);
+}
+
+TEST_F(PortIo, FlushDropsBufferedInput) {
+    ASSERT_TRUE(pty.write(ByteVector{1, 2, 3, 4}));
+    unsigned char b = 0;
+    ASSERT_EQ(port.ReadByte(&b, 1, false), 1);
+    EXPECT_EQ(port.Flush(), 0);
+    ASSERT_EQ(port.SetTimeout(50, 1000), 0);
+    EXPECT_EQ(port.ReadByte(&b, 1, false), 0);
+}
+
+TEST_F(PortIo, WriteThatCannotFinishTimesOut) {
+    ASSERT_EQ(port.SetTimeout(1000, 100), 0);
+    ByteVector big(1 << 20, 0x55); // far more than the pseudo-terminal buffers
+    CaptureStderr err;
+    EXPECT_EQ(port.WriteByte(big.data(), static_cast<int>(big.size()), false), -1);
+    EXPECT_EQ(err.stop(), "SerialPort::WriteByte WaitForSingleObject failed with error: Connection timed out\n");
+}
+
+TEST_F(PortIo, HangUpFailsReadsAndWritesInsteadOfTimingOut) {
+    ASSERT_EQ(port.SetTimeout(30000, 1000), 0);
+    CaptureStderr err;
+    auto reader = std::async(std::launch::async, [this] {
+        unsigned char b = 0;
+        return port.ReadByte(&b, 1, false);
+    });
+    pty.closeMaster();
+    EXPECT_EQ(reader.get(), -1);
+    unsigned char b = 0;
+    EXPECT_EQ(port.ReadByte(&b, 1, false), -1); // again at once: nothing to spin on
+    EXPECT_EQ(port.WriteByte(&b, 1, false), -1);
+    const std::string text = err.stop();
+    EXPECT_NE(text.find("SerialPort::ReadByte ReadFile failed with error: "), std::string::npos);
+    EXPECT_NE(text.find("SerialPort::WriteByte WriteFile failed with error: "), std::string::npos);
+}
+
+TEST_F(PortIo, ABlockedReadCanBeCancelledFromAnotherThread) {
+    ASSERT_EQ(port.SetTimeout(30000, 1000), 0);
+    auto reader = std::async(std::launch::async, [this] {
+        unsigned char b = 0;
+        return port.ReadByte(&b, 1, false);
+    });
+    SerialPortTestAccess::cancelRead(port);
+    EXPECT_EQ(reader.get(), 0);
+
+    // A cancel that nobody consumed can be dropped before the next read.
+    SerialPortTestAccess::cancelRead(port);
+    SerialPortTestAccess::clearCancel(port);
+    ASSERT_TRUE(pty.write(ByteVector{0x42}));
+    unsigned char b = 0;
+    EXPECT_EQ(port.ReadByte(&b, 1, false), 1);
+    EXPECT_EQ(b, 0x42);
+}
+
+TEST(PortCopy, CopiesAreNotConnectedAndAssignmentClosesTheTarget) {
+    Pty a, b;
+    SerialPort source;
+    ASSERT_EQ(connectLine(source, a.slavePath()), 0);
+    ASSERT_EQ(source.SetTimeout(123, 456), 0);
+    unsigned char byte = 1;
+    ASSERT_GE(source.WriteByteNonblock(&byte, 1), 1);
+
+    SerialPort copy(source);
+    EXPECT_FALSE(copy.IsActive());
+    EXPECT_EQ(copy.getThrStatus(), SerialPort::IDLE);
+    unsigned r = 0, w = 0;
+    copy.GetTimeout(r, w);
+    EXPECT_EQ(r, 123u);
+    EXPECT_EQ(w, 456u);
+    EXPECT_TRUE(source.IsActive());
+    Pty c;
+    ASSERT_EQ(connectLine(copy, c.slavePath()), 0);
+    {
+        CaptureStderr err; // the name stored is the one connected to, not the source's
+        EXPECT_EQ(connectLine(copy, a.slavePath()), -1);
+        EXPECT_EQ(err.stop(), "COM port already open! (Open: " + c.slavePath() + ", opening: " + a.slavePath() + ")\n");
+    }
+
+    SerialPort target;
+    ASSERT_EQ(connectLine(target, b.slavePath()), 0);
+    ASSERT_GE(target.WriteByteNonblock(&byte, 1), 1);
+    target = source;
+    EXPECT_FALSE(target.IsActive());
+    EXPECT_EQ(target.getThrStatus(), SerialPort::IDLE);
+    target.GetTimeout(r, w);
+    EXPECT_EQ(r, 123u);
+    SerialPort probe; // the target's device was closed, not leaked
+    EXPECT_EQ(connectLine(probe, b.slavePath()), 0);
+
+    source = source;
+    EXPECT_TRUE(source.IsActive());
+    EXPECT_EQ(source.getThrStatus(), SerialPort::RUNNING);
+}
+
+} // namespace
