@@ -105,6 +105,9 @@ public:
     std::size_t messageCount() const; // transmit messages held
     std::size_t requestCount() const;
     bool booting() const;           // inside the deaf time of a restart
+    // A host holds the terminal: on a pseudo-terminal from its opening until
+    // the terminal was made fresh after its last close; on a port, while open.
+    bool hostConnected() const;
 
     // Closes the master side (the host sees the device go away).
     void hangUp();
