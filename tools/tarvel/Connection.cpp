@@ -1,0 +1,149 @@
+// Opening a session: a real device on --port, or the built-in simulated
+// device in this process, so that every command works without hardware.
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <mutex>
+#include <thread>
+
+#include <pthread.h>
+
+#include "Tool.h"
+#include "tarvelsim/Simulator.h"
+
+namespace tool {
+
+std::atomic<bool> g_interrupted{false};
+
+namespace {
+std::mutex g_reportMutex;
+std::string g_lastReport;
+
+// The library's error channel while -v is off: kept to explain a failure.
+void keepReport(const char* text) {
+    std::lock_guard<std::mutex> lock(g_reportMutex);
+    g_lastReport = text;
+    while (!g_lastReport.empty() && (g_lastReport.back() == '\n' || g_lastReport.back() == ' '))
+        g_lastReport.pop_back();
+}
+} // namespace
+
+std::string lastLibraryReport() {
+    std::lock_guard<std::mutex> lock(g_reportMutex);
+    return g_lastReport;
+}
+
+void installInterruptHandler() {
+    // Block the stop signals in every thread (threads started later inherit
+    // the mask, the simulator's included) and take them on one thread of our
+    // own: the first asks the running command to end, the second ends the
+    // process.
+    static sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    std::thread([] {
+        for (;;) {
+            int signal = 0;
+            if (sigwait(&stopSignals, &signal) != 0)
+                continue;
+            if (g_interrupted.exchange(true))
+                std::_Exit(128 + signal);
+        }
+    }).detach();
+}
+
+OperationError::OperationError(std::string op, int c, ResultKind k)
+    : std::runtime_error(op + ": " + describeResult(c, k)), operation(std::move(op)), code(c), kind(k) {}
+
+int check(int code, const std::string& operation, ResultKind kind) {
+    if (code < 0)
+        throw OperationError(operation, code, kind);
+    return code;
+}
+
+namespace {
+
+tarvelsim::Options simOptions(const std::string& fault) {
+    tarvelsim::Options options;
+    if (fault.empty())
+        return options;
+    if (fault == "silent")
+        options.faults.silent = true;
+    else if (fault == "drop")
+        options.faults.dropEvery = 1;
+    else if (fault == "corrupt")
+        options.faults.corruptEvery = 1;
+    else
+        throw UsageError("--sim-fault: expected silent, drop or corrupt, got '" + fault + "'");
+    return options;
+}
+
+} // namespace
+
+Connection::Connection(const GlobalOptions& options) {
+    if (!options.trace.empty()) {
+        // DebugComm only reports an unopenable file on the error channel;
+        // find out here so that the user gets a clear message and an exit code.
+        std::ofstream probe(options.trace, std::ios::out | std::ios::trunc);
+        if (!probe)
+            throw UsageError("--trace: cannot write the file '" + options.trace + "'");
+    }
+    m_portPath = options.port;
+    if (m_portPath.empty()) {
+        m_sim = std::make_unique<tarvelsim::Simulator>(simOptions(options.simFault));
+        if (!m_sim->start())
+            throw std::runtime_error("cannot start the built-in simulated device: " + m_sim->lastError());
+        m_portPath = m_sim->portPath();
+        std::cerr << "tarvel: no --port given, using the built-in simulated device (" << m_portPath << ")\n";
+    } else if (!options.simFault.empty()) {
+        throw UsageError("--sim-fault applies only to the built-in simulated device (no --port)");
+    }
+
+    m_tarvel = std::make_unique<Tarvel>();
+    Tarvel& t = *m_tarvel;
+    // Standard output carries only command results; the library's own reports
+    // go to stderr when asked for with -v.
+    t.ClearPrintStream();
+    if (options.verbose >= 1) {
+        t.SetPrintStream(std::cerr, ERR);
+        t.SetPrintStream(std::cerr, INF);
+    } else {
+        t.SetPrintStream(keepReport, ERR);
+    }
+    if (options.verbose >= 2)
+        t.SetPrintStream(std::cerr, COM);
+    if (!options.trace.empty()) {
+        t.DebugComm(options.trace.c_str(), static_cast<int>(std::ios::out | std::ios::trunc));
+        m_traceOpen = true;
+    }
+    check(t.Connect(m_portPath, options.readTimeout, options.writeTimeout), "Connect to " + m_portPath,
+          ResultKind::Connect);
+}
+
+Connection::~Connection() {
+    if (m_tarvel) {
+        m_tarvel->StopReceiver();
+        m_tarvel->Disconnect();
+        closeTrace();
+        m_tarvel.reset();
+    }
+    if (m_sim)
+        m_sim->stop();
+}
+
+void Connection::startReceiver() {
+    check(m_tarvel->StartReceiver(), "StartReceiver", ResultKind::Receiver);
+}
+
+void Connection::closeTrace() {
+    if (m_traceOpen) {
+        m_tarvel->DebugComm(nullptr, 0);
+        m_traceOpen = false;
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,147 @@
+// Shared pieces of the tarvel command-line tool: global options, the
+// connection to a device (real or the built-in simulated one), failure
+// reporting and argument parsing helpers.
+#ifndef TARVEL_TOOL_H
+#define TARVEL_TOOL_H
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "ResultText.h"
+#include "TarvelAPI.h"
+
+namespace CLI {
+class App;
+}
+namespace tarvelsim {
+class Simulator;
+}
+
+namespace tool {
+
+// Exit codes.
+constexpr int kExitOk = 0;
+constexpr int kExitFailed = 1; // a device operation or the connection failed
+constexpr int kExitUsage = 2;  // bad arguments
+
+struct GlobalOptions {
+    std::string port;             // empty: the built-in simulated device
+    unsigned readTimeout = 1000;  // ms
+    unsigned writeTimeout = 1000; // ms
+    std::string trace;            // communication trace file
+    int verbose = 0;              // 1: library reports, 2: also the packet trace, on stderr
+    std::string simFault;         // hidden: fault of the built-in device (silent, drop, corrupt)
+};
+
+// A device operation failed: the operation, its result code and how to read it.
+struct OperationError : std::runtime_error {
+    OperationError(std::string operation, int code, ResultKind kind);
+    std::string operation;
+    int code;
+    ResultKind kind;
+};
+
+// Arguments that parse but make no sense; reported with the usage line.
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// Throws OperationError unless code >= 0.
+int check(int code, const std::string& operation, ResultKind kind = ResultKind::Command);
+
+// The library's last report on its error channel (without -v), or "".
+std::string lastLibraryReport();
+
+// Set by SIGINT/SIGTERM; long-running commands end when they see it.
+extern std::atomic<bool> g_interrupted;
+void installInterruptHandler();
+
+// The open session. Without a port it starts the built-in simulated device
+// in this process and says so on stderr.
+class Connection {
+public:
+    explicit Connection(const GlobalOptions& options);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    Tarvel& tarvel() { return *m_tarvel; }
+    bool simulated() const { return m_sim != nullptr; }
+    tarvelsim::Simulator* simulator() { return m_sim.get(); }
+    const std::string& portPath() const { return m_portPath; }
+    void startReceiver();
+    // Detaches and closes the trace file so that everything is on disk.
+    void closeTrace();
+
+private:
+    std::unique_ptr<tarvelsim::Simulator> m_sim;
+    std::unique_ptr<Tarvel> m_tarvel;
+    std::string m_portPath;
+    bool m_traceOpen = false;
+};
+
+// Each command family adds its subcommands; a chosen command stores its work
+// in `action`, which main runs after the whole line has parsed.
+struct CommandContext {
+    GlobalOptions options;
+    std::function<int()> action;
+    CLI::App* chosen = nullptr; // for the usage line of a late usage error
+};
+
+void addDeviceCommands(CLI::App& app, CommandContext& ctx);
+void addEepromCommands(CLI::App& app, CommandContext& ctx);
+void addBusCommands(CLI::App& app, CommandContext& ctx);
+void addDemoCommand(CLI::App& app, CommandContext& ctx);
+void addSimCommand(CLI::App& app, CommandContext& ctx);
+
+// --- parsing helpers (Parse.cpp) -------------------------------------------------
+// Decimal or 0x-prefixed hexadecimal; throws UsageError naming `what`.
+uint64_t parseNumber(const std::string& text, uint64_t max, const std::string& what);
+// Hex bytes: "0102ff", "01 02 ff", "01:02:ff" and "01.02" all give 01 02 (ff).
+std::vector<unsigned char> parseHexBytes(const std::string& text, const std::string& what);
+// CAN channel: 0..3 or can0..can3.
+unsigned parseChannel(const std::string& text);
+
+struct CanFrameText {
+    uint32_t id = 0;
+    bool extended = false; // more than 3 hex digits or above 0x7FF
+    std::vector<unsigned char> data;
+    unsigned char dlc = 0;
+};
+// "123#1122334455", "12345678#", "123#11.22.33": identifier in hex, '#', hex data of a CAN FD length.
+CanFrameText parseFrame(const std::string& text);
+// "0:123", "can1:1ABCDEF0".
+struct ChannelId {
+    unsigned channel = 0;
+    uint32_t id = 0;
+    bool extended = false;
+};
+ChannelId parseChannelId(const std::string& text);
+// "START:STOP" or a single bit "N".
+struct BitRange {
+    unsigned start = 0;
+    unsigned stop = 0;
+};
+BitRange parseBitRange(const std::string& text, unsigned maxLength);
+
+// Is the file descriptor a terminal (progress bars, colour)?
+bool isTerminal(int fd);
+
+// Data length code for a number of bytes; -1 when no CAN FD frame is that long.
+int dlcForLength(std::size_t length);
+std::string hexBytes(const unsigned char* data, std::size_t length, const char* separator = " ");
+std::string idText(uint32_t id, bool extended);
+// A candump log line: "(seconds.micros) canN ID#DATA".
+std::string candumpLine(double epochSeconds, unsigned channel, uint32_t id, bool extended,
+                        const std::vector<unsigned char>& data);
+// Wall-clock seconds at which a report stamped with host tick `timestamp` arrived.
+double reportEpochSeconds(uint32_t timestamp);
+
+} // namespace tool
+
+#endif
