@@ -21,7 +21,7 @@ void recordErr(const char* text) {
 }
 
 std::string readFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(path); // text mode: the trace is written as text
     std::ostringstream content;
     content << in.rdbuf();
     return content.str();

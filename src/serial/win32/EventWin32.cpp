@@ -8,14 +8,15 @@
 #endif
 #include <windows.h>
 
-#include "TarvelAPI.h" // first: it pulls in the class headers in a working order
 #include "serial/PortDevice.h"
 
 namespace tarvel {
 namespace event {
 
 namespace {
-HANDLE handleOf(PortEvent* event) { return reinterpret_cast<HANDLE>(event); }
+HANDLE handleOf(PortEvent* event) {
+    return reinterpret_cast<HANDLE>(event);
+}
 } // namespace
 
 PortEvent* create(const char* name) {
@@ -23,14 +24,21 @@ PortEvent* create(const char* name) {
     return reinterpret_cast<PortEvent*>(CreateEventA(nullptr, TRUE, FALSE, name));
 }
 
-bool set(PortEvent* event) { return SetEvent(handleOf(event)) != 0; }
+bool set(PortEvent* event) {
+    return SetEvent(handleOf(event)) != 0;
+}
 
-bool reset(PortEvent* event) { return ResetEvent(handleOf(event)) != 0; }
+bool reset(PortEvent* event) {
+    return ResetEvent(handleOf(event)) != 0;
+}
 
-unsigned long wait(PortEvent* event, uint32_t timeoutMs) { return WaitForSingleObject(handleOf(event), timeoutMs); }
+unsigned long wait(PortEvent* event, uint32_t timeoutMs) {
+    return WaitForSingleObject(handleOf(event), timeoutMs);
+}
 
 void close(PortEvent* event) {
-    if (event != nullptr) CloseHandle(handleOf(event));
+    if (event != nullptr)
+        CloseHandle(handleOf(event));
 }
 
 } // namespace event

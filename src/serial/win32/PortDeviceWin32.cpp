@@ -13,19 +13,17 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 #include <mutex>
 #include <vector>
 
-#include "TarvelAPI.h" // first: it pulls in the class headers in a working order
 #include "serial/PortDevice.h"
 
 namespace tarvel {
 
 struct PortDevice {
     HANDLE handle = INVALID_HANDLE_VALUE;
-    DCB dcb{};              // as the driver reported it; patched at setLineSettings
+    DCB dcb{}; // as the driver reported it; patched at setLineSettings
     bool dcbRead = false;
 
     // Cross-thread wake-up of a blocked read: the flag survives until a read
@@ -40,8 +38,10 @@ namespace {
 const char kDevicePrefix[] = "\\\\.\\";
 
 std::string devicePath(const std::string& name) {
-    if (name.compare(0, sizeof(kDevicePrefix) - 1, kDevicePrefix) == 0) return name;
-    if (name.find_first_of("/\\") != std::string::npos) return name;
+    if (name.compare(0, sizeof(kDevicePrefix) - 1, kDevicePrefix) == 0)
+        return name;
+    if (name.find_first_of("/\\") != std::string::npos)
+        return name;
     return kDevicePrefix + name;
 }
 
@@ -53,16 +53,14 @@ IoResult failure(IoStage stage, unsigned long error) {
     return r;
 }
 
-// Cancels `ov` and waits until the driver has let go of it, so that the
-// request record, its event and the caller's buffer may go out of use.
-// Returns the bytes the request moved before the cancel took hold.
-DWORD cancelAndDrain(HANDLE h, OVERLAPPED* ov, bool ownThread) {
-    if (ownThread)
-        CancelIo(h);
-    else
-        CancelIoEx(h, ov);
+// Cancels the calling thread's request `ov` and waits until the driver has
+// let go of it, so that the request record, its event and the caller's
+// buffer may go out of use. Returns the bytes it moved before the cancel.
+DWORD cancelAndDrain(HANDLE h, OVERLAPPED* ov) {
+    CancelIo(h);
     DWORD moved = 0;
-    if (!GetOverlappedResult(h, ov, &moved, TRUE)) moved = 0;
+    if (!GetOverlappedResult(h, ov, &moved, TRUE))
+        moved = 0;
     return moved;
 }
 
@@ -74,7 +72,8 @@ IoResult transfer(PortDevice* device, Direction dir, unsigned char* buf, DWORD n
     OVERLAPPED ov;
     std::memset(&ov, 0, sizeof ov);
     ov.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    if (ov.hEvent == nullptr) return failure(IoStage::CreateEvent, GetLastError());
+    if (ov.hEvent == nullptr)
+        return failure(IoStage::CreateEvent, GetLastError());
 
     IoResult result;
     DWORD moved = 0;
@@ -98,9 +97,10 @@ IoResult transfer(PortDevice* device, Direction dir, unsigned char* buf, DWORD n
         }
         if (cancelledEarly) {
             // A cancel came in while the request was being issued.
-            result.count = cancelAndDrain(h, &ov, true);
+            result.count = cancelAndDrain(h, &ov);
             std::lock_guard<std::mutex> lock(device->cancelMutex);
-            if (result.count == 0) device->cancelPending = false;
+            if (result.count == 0)
+                device->cancelPending = false;
         } else {
             DWORD waited = WaitForSingleObject(ov.hEvent, timeoutMs);
             DWORD waitError = GetLastError();
@@ -122,12 +122,12 @@ IoResult transfer(PortDevice* device, Direction dir, unsigned char* buf, DWORD n
                 }
             } else if (waited == WAIT_TIMEOUT && dir == Direction::Read) {
                 // A byte that slipped in before the cancel is kept, not lost.
-                result.count = cancelAndDrain(h, &ov, true);
+                result.count = cancelAndDrain(h, &ov);
             } else {
                 // Write time-out or a broken wait: report the wait with the
                 // thread's last error, then leave no request behind.
                 result = failure(IoStage::Wait, waitError);
-                cancelAndDrain(h, &ov, true);
+                cancelAndDrain(h, &ov);
             }
             if (cancelled && result.ok && result.count == 0) {
                 // This read was the one the cancel was meant for.
@@ -151,8 +151,8 @@ namespace port {
 
 PortDevice* open(const std::string& name, unsigned long& error) {
     std::string path = devicePath(name);
-    HANDLE h = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                           FILE_FLAG_OVERLAPPED, nullptr);
+    HANDLE h = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
+                           nullptr);
     if (h == INVALID_HANDLE_VALUE) {
         error = GetLastError();
         return nullptr;
@@ -183,7 +183,8 @@ bool setLineSettings(PortDevice* device, const LineSettings& settings, unsigned 
     if (!device->dcbRead) {
         // Every other field must keep the driver's value.
         LineSettings current;
-        if (!getLineSettings(device, current, error)) return false;
+        if (!getLineSettings(device, current, error))
+            return false;
     }
     DCB dcb = device->dcb;
     dcb.DCBlength = sizeof(DCB);
@@ -219,7 +220,8 @@ bool purge(PortDevice* device, unsigned long& error) {
 }
 
 bool close(PortDevice* device, unsigned long& error) {
-    if (device == nullptr) return true;
+    if (device == nullptr)
+        return true;
     if (!CloseHandle(device->handle)) {
         error = GetLastError();
         return false;
@@ -236,7 +238,8 @@ IoResult readSome(PortDevice* device, unsigned char* buf, std::size_t n, uint32_
             return IoResult();
         }
     }
-    if (n == 0) return IoResult();
+    if (n == 0)
+        return IoResult();
     DWORD limit = n > static_cast<std::size_t>(MAXDWORD) ? MAXDWORD : static_cast<DWORD>(n);
 
     // Bytes already in the driver's queue are fetched by one request; with
@@ -256,36 +259,41 @@ IoResult write(PortDevice* device, const unsigned char* buf, std::size_t n, uint
 }
 
 void cancelRead(PortDevice* device) {
-    if (device == nullptr) return;
+    if (device == nullptr)
+        return;
     std::lock_guard<std::mutex> lock(device->cancelMutex);
     device->cancelPending = true;
-    if (device->pendingRead != nullptr) CancelIoEx(device->handle, device->pendingRead);
+    if (device->pendingRead != nullptr)
+        CancelIoEx(device->handle, device->pendingRead);
 }
 
 void clearCancel(PortDevice* device) {
-    if (device == nullptr) return;
+    if (device == nullptr)
+        return;
     std::lock_guard<std::mutex> lock(device->cancelMutex);
     device->cancelPending = false;
 }
 
 std::string errorText(unsigned long code) {
     LPWSTR wide = nullptr;
-    DWORD length = FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
-                                      FORMAT_MESSAGE_IGNORE_INSERTS,
-                                  nullptr, code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
-                                  reinterpret_cast<LPWSTR>(&wide), 0, nullptr);
+    DWORD length = FormatMessageW(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
+        MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<LPWSTR>(&wide), 0, nullptr);
     std::string text;
     if (length > 0 && wide != nullptr) {
         std::vector<char> narrow(static_cast<std::size_t>(length) + 1, '\0');
-        WideCharToMultiByte(GetConsoleCP(), 0, wide, static_cast<int>(length), narrow.data(),
-                            static_cast<int>(length), nullptr, nullptr);
+        WideCharToMultiByte(GetConsoleCP(), 0, wide, static_cast<int>(length), narrow.data(), static_cast<int>(length),
+                            nullptr, nullptr);
         text = narrow.data();
     }
-    if (wide != nullptr) LocalFree(wide);
+    if (wide != nullptr)
+        LocalFree(wide);
     return text;
 }
 
-unsigned long lastError() { return GetLastError(); }
+unsigned long lastError() {
+    return GetLastError();
+}
 
 } // namespace port
 } // namespace tarvel

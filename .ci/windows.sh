@@ -1,0 +1,62 @@
+#!/usr/bin/env bash
+# CI: the Windows build. Cross-compiles TarvelAPI.dll and the Windows test
+# programs with MinGW-w64 (preset "windows"), checks the DLL's export table,
+# and runs the tests under wine with the native device simulator behind a
+# COM port. Meant for a fresh Debian 12 machine; installs what it needs.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source_dir=$(pwd)
+
+need_packages=(cmake g++ make libgtest-dev libcli11-dev
+               g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64)
+missing=()
+for p in "${need_packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+    sudo_cmd=()
+    [ "$(id -u)" -ne 0 ] && sudo_cmd=(sudo)
+    "${sudo_cmd[@]}" apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# The simulator is a native program: reuse the native build's, else build it alone.
+sim=$source_dir/build/default/sim/tarvel-sim
+if [ ! -x "$sim" ]; then
+    cmake -S . -B build/windows-sim -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        -DTARVEL_BUILD_TESTS=OFF -DTARVEL_BUILD_BENCH=OFF -DTARVEL_BUILD_TOOLS=OFF >/dev/null
+    cmake --build build/windows-sim -j2 --target tarvel-sim
+    sim=$source_dir/build/windows-sim/sim/tarvel-sim
+fi
+
+cmake --preset windows
+cmake --build --preset windows
+
+# Every C entry point is exported from the DLL under its exact, unmangled name.
+dll=build/windows/TarvelAPI.dll
+exports=$(x86_64-w64-mingw32-objdump -p "$dll" |
+          awk '/\[Ordinal\/Name Pointer\] Table/ { on = 1; next } on && NF == 0 { on = 0 } on { print $NF }')
+declared=$(grep -oE '^TARVEL_API [^(]*TARVEL_CALL [A-Za-z0-9_]+' include/TarvelAPI.h | awk '{ print $NF }')
+[ -n "$declared" ] || { echo "windows.sh: no entry points found in include/TarvelAPI.h" >&2; exit 1; }
+status=0
+for name in $declared; do
+    grep -qx "$name" <<<"$exports" || { echo "windows.sh: $dll does not export $name" >&2; status=1; }
+done
+# Besides them, only members of the two exported classes.
+others=$(grep -vxF -f <(tr ' ' '\n' <<<"$declared") <<<"$exports" | x86_64-w64-mingw32-c++filt |
+         grep -vE '^(Tarvel|SerialPort)::|^(typeinfo|typeinfo name|vtable) for (Tarvel|SerialPort)$' || true)
+if [ -n "$others" ]; then
+    echo "windows.sh: $dll exports more than the C entry points and the two classes:" >&2
+    echo "$others" >&2
+    status=1
+fi
+[ "$status" -eq 0 ] || exit 1
+echo "windows.sh: $dll exports all $(wc -w <<<"$declared") C entry points and the classes Tarvel and SerialPort"
+for lib in $(x86_64-w64-mingw32-objdump -p "$dll" | awk '/DLL Name:/ { print $3 }'); do
+    case "$lib" in
+        KERNEL32.dll|msvcrt.dll) ;;
+        *) echo "windows.sh: $dll depends on $lib (the C++ runtime must be linked in)" >&2; exit 1 ;;
+    esac
+done
+
+TARVEL_SIM=$sim tests/windows/run-wine-tests.sh build/windows

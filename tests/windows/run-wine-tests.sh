@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# Runs the Windows test programs of a cross build under wine, with the native
+# device simulator behind a COM port: wine maps COMn onto the simulator's
+# pseudo-terminal through $WINEPREFIX/dosdevices/comN.
+#
+# Usage: run-wine-tests.sh [windows build dir] [-- extra ctest arguments]
+#   TARVEL_SIM       the native tarvel-sim program (default: build/default/sim/tarvel-sim,
+#                    else build/windows-sim/sim/tarvel-sim)
+#   WINEPREFIX       wine prefix to use (default: <windows build dir>/wineprefix)
+#   TARVEL_WINE_COM  COM port number for the simulator (default 7)
+set -euo pipefail
+
+source_dir=$(cd "$(dirname "$0")/../.." && pwd)
+build_dir=$source_dir/build/windows
+if [ $# -gt 0 ] && [ "$1" != "--" ]; then build_dir=$(cd "$1" && pwd); shift; fi
+[ "${1:-}" = "--" ] && shift
+
+sim=${TARVEL_SIM:-}
+if [ -z "$sim" ]; then
+    for candidate in "$source_dir/build/default/sim/tarvel-sim" "$source_dir/build/windows-sim/sim/tarvel-sim"; do
+        if [ -x "$candidate" ]; then sim=$candidate; break; fi
+    done
+fi
+[ -n "$sim" ] && [ -x "$sim" ] || { echo "run-wine-tests: no tarvel-sim found (set TARVEL_SIM)" >&2; exit 2; }
+
+export WINEPREFIX=${WINEPREFIX:-$build_dir/wineprefix}
+export WINEDEBUG=-all
+export WINEDLLOVERRIDES="mscoree,mshtml=" # no Mono/Gecko installer prompts
+com=${TARVEL_WINE_COM:-7}
+link=$WINEPREFIX/dosdevices/com$com
+
+sim_pid=
+cleanup() {
+    if [ -n "$sim_pid" ]; then
+        kill "$sim_pid" 2>/dev/null || true
+        wait "$sim_pid" 2>/dev/null || true
+    fi
+    rm -f "$link"
+    # Ends this prefix's server and its background processes (ours only).
+    wineserver -k 2>/dev/null || true
+}
+trap cleanup EXIT
+
+# A persistent server and a booted prefix before ctest: otherwise the first
+# test program starts wine's background processes, which inherit ctest's
+# output pipe and keep it open.
+mkdir -p "$WINEPREFIX"
+wineserver -p </dev/null >/dev/null 2>&1
+wine wineboot </dev/null >/dev/null 2>&1
+
+rm -f "$link"
+mkdir -p "$(dirname "$link")"
+"$sim" --link "$link" </dev/null >"$build_dir/tarvel-sim.log" 2>&1 &
+sim_pid=$!
+for _ in $(seq 100); do
+    [ -L "$link" ] && break
+    kill -0 "$sim_pid" 2>/dev/null || { cat "$build_dir/tarvel-sim.log" >&2; exit 2; }
+    sleep 0.1
+done
+[ -L "$link" ] || { echo "run-wine-tests: the simulator made no terminal link" >&2; exit 2; }
+echo "run-wine-tests: simulator on $(readlink "$link") as COM$com"
+
+export TARVEL_TEST_COM=COM$com
+status=0
+ctest --test-dir "$build_dir" --output-on-failure -j1 --timeout 180 "$@" || status=1
+
+# The example programs load TarvelAPI.dll like an application would: one C
+# caller of the flat entry points, one C++ caller of the exported classes.
+export WINEPATH
+WINEPATH=$(winepath -w "$build_dir" 2>/dev/null)
+for example in basic basic_cpp; do
+    exe=$build_dir/examples/$example.exe
+    [ -f "$exe" ] || continue
+    if timeout 120 wine "$exe" "COM$com" </dev/null >"$build_dir/$example.log" 2>&1; then
+        echo "run-wine-tests: $example.exe against the simulator: passed"
+    else
+        echo "run-wine-tests: $example.exe against the simulator: FAILED" >&2
+        cat "$build_dir/$example.log" >&2
+        status=1
+    fi
+done
+exit "$status"
