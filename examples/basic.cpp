@@ -4,7 +4,7 @@
 //   basic_cpp <port>        e.g. basic_cpp COM3, basic_cpp /dev/ttyUSB0
 #include <iostream>
 
-#include "Tarvel.h"
+#include "TarvelAPI.h"
 
 int main(int argc, char** argv) {
     if (argc < 2) {

@@ -1,5 +1,6 @@
 // The device's table of transmitted CAN messages and its host-side copy.
 #include <mutex>
+#include <unordered_map>
 
 #include "Tarvel.h"
 #include "protocol/Bytes.h"
@@ -26,6 +27,19 @@ void appendMessageKey(ByteVector& out, unsigned char selector1, unsigned char se
 
 unsigned char flagsByte(bool fastSlowSend, bool flag6, bool flag5, bool flag4) {
     return static_cast<unsigned char>((fastSlowSend << 7) | (flag6 << 6) | (flag5 << 5) | (flag4 << 4));
+}
+
+// Answers to the commands that act on one message by its handler: the general
+// refusal, and 1 for a handler the device doesn't accept here.
+const std::initializer_list<std::pair<int, int>> kSwitchAnswers = {{kAnswerRefused, -21}, {1, -22}};
+
+// Keeps the host copy's enabled flag in step with the device; false when
+// this session has no copy of the message.
+bool mirrorEnabled(std::unordered_map<uint16_t, tagCanMessage>& table, uint16_t handler, bool enabled) {
+    const auto it = table.find(handler);
+    if (it == table.end()) return false;
+    it->second.enabled = enabled;
+    return true;
 }
 } // namespace
 
@@ -110,32 +124,24 @@ int Tarvel::AddMessage(const unsigned char* data, unsigned char dlc, unsigned ch
 
 int Tarvel::RemoveMessage(unsigned short handler) {
     std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
-    const int v = mapAnswer(_exchangeHandler(REMOVE_MESSAGE, handler, {}), {{kAnswerRefused, -21}, {1, -22}});
+    const int v = mapAnswer(_exchangeHandler(REMOVE_MESSAGE, handler, {}), kSwitchAnswers);
     if (v >= 0) m_txMessages.erase(handler);
     return v;
 }
 
 int Tarvel::EnableMessage(unsigned short handler) {
     std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
-    const int v = mapAnswer(_exchangeHandler(ENABLE_MESSAGE, handler, {}), {{kAnswerRefused, -21}, {1, -22}});
-    if (v < 0) return v;
-    auto it = m_txMessages.find(handler);
-    if (it == m_txMessages.end())
+    const int v = mapAnswer(_exchangeHandler(ENABLE_MESSAGE, handler, {}), kSwitchAnswers);
+    if (v >= 0 && !mirrorEnabled(m_txMessages, handler, true))
         Printf_err("Tarvel::EnableMessage: Message not found in internal API structure.\n");
-    else
-        it->second.enabled = true;
     return v;
 }
 
 int Tarvel::DisableMessage(unsigned short handler) {
     std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
-    const int v = mapAnswer(_exchangeHandler(DISABLE_MESSAGE, handler, {}), {{kAnswerRefused, -21}, {1, -22}});
-    if (v < 0) return v;
-    auto it = m_txMessages.find(handler);
-    if (it == m_txMessages.end())
+    const int v = mapAnswer(_exchangeHandler(DISABLE_MESSAGE, handler, {}), kSwitchAnswers);
+    if (v >= 0 && !mirrorEnabled(m_txMessages, handler, false))
         Printf_err("Tarvel::DisableMessage: Message not found in internal API structure.\n");
-    else
-        it->second.enabled = false;
     return v;
 }
 

@@ -66,6 +66,12 @@ TEST_F(TxSignals, CumulativeSignalRefusedInFastSlowSendMessage) {
     expectOnlyPingFollows(tarvel, sim());
     EXPECT_GT(tarvel.AddSignal(fast, 0, 0, 7, 0x7F), 0);
     EXPECT_GT(tarvel.AddSignal(plain, 0, 0, 7, 0x80), 0);
+
+    // A message this session doesn't know can't be checked: reported, then sent.
+    err.str("");
+    sim().setResponder(answer(Tarvel::ADD_SIGNAL, 0x0044));
+    EXPECT_EQ(0x44, tarvel.AddSignal(0x0777, 1, 0, 7, 0x80));
+    EXPECT_EQ("Tarvel::AddSignal: Message h=1911;grp=1;sym<0;7> not found in internal API structure.\n", err.str());
 }
 
 TEST_F(TxSignalsLevel0, CumulativeSignalAllowedOnOlderDevice) {
