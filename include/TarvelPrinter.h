@@ -24,7 +24,9 @@ struct PrintSink {
 // Formats a message once and hands it to every sink of its channel, in the
 // order the sinks were added. The Printer never owns, flushes or closes a
 // target. Sinks may be changed while other threads print: dispatch works on
-// a snapshot, so a callback may itself print through the same Printer.
+// a snapshot, so a callback may itself print through the same Printer. Stream
+// and file sinks are written one message at a time, and once a removal has
+// returned they receive nothing more (the caller may close them).
 class Printer {
 public:
     Printer(unsigned max_level, unsigned max_stream); // throws std::invalid_argument on 0

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 
 namespace {
@@ -34,17 +35,19 @@ private:
     std::size_t m_count = 0;
 };
 
-void dispatch(const SinkSnapshot& sinks, const char* text) {
-    for (const PrintSink& sink : sinks) {
-        if (sink.file != nullptr) {
-            // fputs, not fprintf: the text is final, a '%' in it stays as it is.
-            std::fputs(text, sink.file);
-        } else if (sink.stream != nullptr) {
-            *sink.stream << text;
-        } else if (sink.func != nullptr) {
-            sink.func(text);
-        }
-    }
+// Streams may not be written by two threads at once, and the receiver and
+// the application thread print at the same time (a trace file gets both).
+// The lock also makes removal final: once ClearPrintStream has returned, no
+// dispatch still working on an older snapshot writes to the removed stream or
+// file, so the caller may close it. Copied Printers share their targets, so
+// the lock is one for all of them; recursive, in case a stream prints.
+std::recursive_mutex& outputLock() {
+    static std::recursive_mutex lock;
+    return lock;
+}
+
+bool attached(const std::vector<PrintSink>& channel, const PrintSink& sink) {
+    return std::find(channel.begin(), channel.end(), sink) != channel.end();
 }
 
 } // namespace
@@ -70,6 +73,7 @@ Printer& Printer::operator=(const Printer& other) {
     if (this == &other) {
         return *this;
     }
+    std::lock_guard<std::recursive_mutex> output(outputLock()); // the old sinks go away
     std::scoped_lock guard(m_lock, other.m_lock);
     max_level = other.max_level;
     max_stream = other.max_stream;
@@ -91,6 +95,7 @@ int Printer::add(const PrintSink& sink, unsigned level) {
 }
 
 int Printer::remove(const PrintSink& sink, unsigned level) {
+    std::lock_guard<std::recursive_mutex> output(outputLock());
     std::lock_guard<std::mutex> guard(m_lock);
     if (level >= max_level) {
         return -1;
@@ -101,6 +106,7 @@ int Printer::remove(const PrintSink& sink, unsigned level) {
 }
 
 void Printer::removeEverywhere(const PrintSink& sink) {
+    std::lock_guard<std::recursive_mutex> output(outputLock());
     std::lock_guard<std::mutex> guard(m_lock);
     for (std::vector<PrintSink>& channel : channels) {
         channel.erase(std::remove(channel.begin(), channel.end(), sink), channel.end());
@@ -166,6 +172,7 @@ int Printer::ClearPrintStream(FILE* file) {
 }
 
 int Printer::ClearPrintStream() {
+    std::lock_guard<std::recursive_mutex> output(outputLock());
     std::lock_guard<std::mutex> guard(m_lock);
     for (std::vector<PrintSink>& channel : channels) {
         channel.clear();
@@ -216,5 +223,25 @@ void Printer::Write(unsigned level, const char* text) {
         }
         sinks.assign(channels[level]);
     }
-    dispatch(sinks, text);
+    for (const PrintSink& sink : sinks) {
+        if (sink.file == nullptr && sink.stream == nullptr) {
+            if (sink.func != nullptr) {
+                sink.func(text);
+            }
+            continue;
+        }
+        std::lock_guard<std::recursive_mutex> output(outputLock());
+        {
+            std::lock_guard<std::mutex> guard(m_lock);
+            if (level >= max_level || !attached(channels[level], sink)) {
+                continue;
+            }
+        }
+        if (sink.file != nullptr) {
+            // fputs, not fprintf: the text is final, a '%' in it stays as it is.
+            std::fputs(text, sink.file);
+        } else if (sink.stream != nullptr) {
+            *sink.stream << text;
+        }
+    }
 }

@@ -43,12 +43,13 @@ int Tarvel::ParseMessage(const ByteVector& packet, RecvMessage& out, int quietLe
     }
     const std::size_t size = packet.size();
     int result = 0;
-    // A 4-byte packet (length byte 0) has no response id to take apart, so it
-    // counts as a length fault whatever its checksum.
-    if (size < tarvel::kPacketOverhead || !lengthByteMatches(packet)) {
+    if (size < 4 || !lengthByteMatches(packet)) {
         result = -1;
     } else if (tarvel::sum16(packet.data(), size - 2) != receivedSum(packet)) {
         result = -2;
+    } else if (size < tarvel::kPacketOverhead) {
+        // Length byte 0 and a right checksum: no response id to take apart.
+        result = -1;
     }
 
     if (result != 0) {

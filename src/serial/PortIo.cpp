@@ -29,13 +29,13 @@ IoResult notOpen() {
 } // namespace
 
 int SerialPort::ReadByte(unsigned char* buf, int n, bool flag) {
+    if (m_portHandle == nullptr) {
+        PrintIoError(IoDirection::Read, notOpen(), flag);
+        return -1;
+    }
     if (n < 0) return -1;
     const std::size_t want = static_cast<std::size_t>(n);
     if (m_readLen - m_readPos < want) {
-        if (m_portHandle == nullptr) {
-            PrintIoError(IoDirection::Read, notOpen(), flag);
-            return -1;
-        }
         // All or nothing: on a time-out the bytes gathered so far stay
         // buffered for the next read.
         const int filled = _fillReadAhead(want, m_readTimeout);
@@ -86,9 +86,12 @@ int SerialPort::_fillReadAhead(std::size_t want, uint32_t timeoutMs) {
 }
 
 int SerialPort::WriteByte(unsigned char* buf, int n, bool flag) {
+    if (m_portHandle == nullptr) {
+        PrintIoError(IoDirection::Write, notOpen(), flag);
+        return -1;
+    }
     if (n < 0) return -1;
-    IoResult r = m_portHandle != nullptr ? port::write(m_portHandle, buf, static_cast<std::size_t>(n), m_writeTimeout)
-                                         : notOpen();
+    IoResult r = port::write(m_portHandle, buf, static_cast<std::size_t>(n), m_writeTimeout);
     if (!r.ok) {
         PrintIoError(IoDirection::Write, r, flag);
         if (r.stage != IoStage::CloseEvent) return -1;

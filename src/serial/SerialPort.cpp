@@ -3,6 +3,7 @@
 #include "SerialPort.h"
 
 #include <cstdio>
+#include <utility>
 
 #include "serial/PortDevice.h"
 #include "serial/SystemError.h"
@@ -23,7 +24,9 @@ SerialPort::SerialPort(const SerialPort& other)
       m_readCap(0) {}
 
 SerialPort& SerialPort::operator=(const SerialPort& other) {
-    if (this == &other) return *this;
+    // Taken first: assigning a port to itself closes it as well, but keeps
+    // the name that Disconnect clears.
+    std::string name = other.m_portName;
     // The sender thread writes to the device, so it goes first; a connected
     // target must not leak its device.
     _stopSenderThread();
@@ -34,7 +37,7 @@ SerialPort& SerialPort::operator=(const SerialPort& other) {
     m_dropEnabled = other.m_dropEnabled;
     m_readTimeout = other.m_readTimeout;
     m_writeTimeout = other.m_writeTimeout;
-    m_portName = other.m_portName;
+    m_portName = std::move(name);
     m_threadStatus = IDLE;
     return *this;
 }

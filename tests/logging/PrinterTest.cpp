@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <mutex>
 #include <sstream>
+#include <ostream>
 #include <stdexcept>
+#include <streambuf>
 #include <string>
 #include <thread>
 #include <vector>
@@ -358,4 +361,74 @@ TEST(Printer, PrintingWhileSinksChange) {
         EXPECT_EQ(p.SetPrintStream(countChurn, INF), 0);
     }
     EXPECT_EQ(p.SetPrintStream(countChurn, INF), -2);
+}
+
+namespace {
+
+// Counts writes that arrive after `removed` was set.
+class LateWriteCounter : public std::streambuf {
+public:
+    std::atomic<bool> removed{false};
+    std::atomic<int> late{0};
+
+protected:
+    int_type overflow(int_type c) override {
+        note();
+        return traits_type::not_eof(c);
+    }
+    std::streamsize xsputn(const char*, std::streamsize n) override {
+        note();
+        return n;
+    }
+
+private:
+    void note() {
+        if (removed.load()) {
+            late++;
+        }
+    }
+};
+
+std::atomic<bool> g_gateEntered{false};
+std::atomic<bool> g_gateOpen{false};
+
+// Holds a dispatch after its snapshot was taken until the test opens the gate.
+void gate(const char*) {
+    g_gateEntered = true;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!g_gateOpen.load() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+}
+
+} // namespace
+
+TEST(Printer, NothingReachesAStreamOrFileOnceItsRemovalReturned) {
+    Printer p(3, 5);
+    LateWriteCounter buffer;
+    std::ostream stream(&buffer);
+    FILE* f = std::tmpfile();
+    ASSERT_NE(f, nullptr);
+    g_gateEntered = false;
+    g_gateOpen = false;
+    ASSERT_EQ(p.SetPrintStream(gate, INF), 0);
+    ASSERT_EQ(p.SetPrintStream(stream, INF), 0);
+    ASSERT_EQ(p.SetPrintStream(f, INF), 0);
+
+    // Another thread's message has both targets in its snapshot when they are removed.
+    std::thread other([&p] { p.Printf(INF, "late"); });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!g_gateEntered.load() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(g_gateEntered.load());
+    EXPECT_EQ(p.ClearPrintStream(stream, INF), 0);
+    EXPECT_EQ(p.ClearPrintStream(f), 0);
+    buffer.removed = true;
+    g_gateOpen = true;
+    other.join();
+
+    EXPECT_EQ(buffer.late.load(), 0);
+    EXPECT_EQ(readAll(f), "");
+    std::fclose(f);
 }

@@ -10,6 +10,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -226,4 +227,53 @@ TEST_F(Trace, AssignmentClosesTheTargetsTraceFile) {
     tarvel.DebugComm(path.string().c_str(), 0);
     tarvel.Printf_inf("again\n");
     EXPECT_EQ(readFile(path), "again\n");
+}
+
+namespace {
+
+// Counts the lines "<clock>:>> 0xAA 0x.. " and "... 0xBB 0x.. "; any other line counts as bad.
+struct LineCount {
+    int aa = 0, bb = 0, bad = 0;
+};
+
+LineCount countTraceLines(const std::string& text) {
+    static const std::regex shape("[0-9]+:>> 0x(AA|BB) 0x[0-9A-F]{2} ");
+    LineCount c;
+    std::istringstream in(text);
+    std::string line;
+    std::smatch m;
+    while (std::getline(in, line)) {
+        if (!std::regex_match(line, m, shape)) {
+            ++c.bad;
+        } else if (m[1] == "AA") {
+            ++c.aa;
+        } else {
+            ++c.bb;
+        }
+    }
+    return c;
+}
+
+} // namespace
+
+TEST_F(Trace, LinesOfTwoThreadsReachFileAndStreamWhole) {
+    // The receiver thread and the application thread trace at the same time.
+    const fs::path path = dir / "threads.log";
+    tarvel.DebugComm(path.string().c_str(), 0);
+    const int lines = 2000;
+    auto traceLines = [this, lines](unsigned char tag) {
+        for (int i = 0; i < lines; ++i) {
+            tarvel.DataPrint({tag, static_cast<unsigned char>(i)}, 1);
+        }
+    };
+    std::thread other(traceLines, 0xAA);
+    traceLines(0xBB);
+    other.join();
+    tarvel.DebugComm(nullptr, 0);
+    for (const std::string& text : {readFile(path), com.str()}) {
+        const LineCount c = countTraceLines(text);
+        EXPECT_EQ(c.bad, 0);
+        EXPECT_EQ(c.aa, lines);
+        EXPECT_EQ(c.bb, lines);
+    }
 }

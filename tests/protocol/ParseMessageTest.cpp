@@ -104,6 +104,11 @@ TEST_F(Validation, ParseLengthFaults) {
     EXPECT_EQ(tarvel.ParseMessage({0x00, 0x80, 0x00, 0x80}, out, 0), -1);
     EXPECT_EQ(g_err, "Tarvel::GetResponse: BAD Message's length 0x00 0x80 0x00 0x80 !\n");
     EXPECT_EQ(trace(), ":<< ERROR! 0x00 0x80 0x00 0x80 " + kSeparator);
+
+    // With a wrong checksum the same four bytes are a checksum fault.
+    g_err.clear();
+    EXPECT_EQ(tarvel.ParseMessage({0x00, 0x80, 0x00, 0x81}, out, 0), -2);
+    EXPECT_EQ(g_err, "Tarvel::GetResponse: BAD Message's Checksum 0x00 0x80 0x00 0x81 !\n");
     expectUntouched(out);
 }
 

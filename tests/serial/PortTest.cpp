@@ -102,8 +102,13 @@ TEST(PortState, NewPortAndClosedPortOperations) {
     EXPECT_EQ(port.SetTimeout(5, 5), -1);
     EXPECT_EQ(port.ReadByte(&b, 1, false), -1);
     EXPECT_EQ(port.WriteByte(&b, 1, false), -1);
+    // No count, however small, makes a closed port readable or writable.
+    EXPECT_EQ(port.ReadByte(&b, 0, false), -1);
+    EXPECT_EQ(port.WriteByte(&b, 0, false), -1);
     EXPECT_EQ(err.stop(), "SerialPort::Flush: Clearing RX and TX buffers failed.Bad file descriptor\n"
                           "SerialPort::SetTimeout SetCommTimeouts failed with error: Bad file descriptor\n"
+                          "SerialPort::ReadByte ReadFile failed with error: Bad file descriptor\n"
+                          "SerialPort::WriteByte WriteFile failed with error: Bad file descriptor\n"
                           "SerialPort::ReadByte ReadFile failed with error: Bad file descriptor\n"
                           "SerialPort::WriteByte WriteFile failed with error: Bad file descriptor\n");
     EXPECT_EQ(port.GetTimeout(r, w), 0);
@@ -237,9 +242,14 @@ TEST(PortCopy, CopiesAreNotConnectedAndAssignmentClosesTheTarget) {
     SerialPort probe; // the target's device was closed, not leaked
     EXPECT_EQ(connectLine(probe, b.slavePath()), 0);
 
+    // A port assigned to itself is a connected target like any other.
     source = source;
-    EXPECT_TRUE(source.IsActive());
-    EXPECT_EQ(source.getThrStatus(), SerialPort::RUNNING);
+    EXPECT_FALSE(source.IsActive());
+    EXPECT_EQ(source.getThrStatus(), SerialPort::IDLE);
+    source.GetTimeout(r, w);
+    EXPECT_EQ(w, 456u);
+    SerialPort probeA;
+    EXPECT_EQ(connectLine(probeA, a.slavePath()), 0);
 }
 
 } // namespace
