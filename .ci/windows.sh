@@ -20,9 +20,12 @@ if [ ${#missing[@]} -gt 0 ]; then
     DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
-# The simulator is a native program: reuse the native build's, else build it alone.
-sim=$source_dir/build/default/sim/tarvel-sim
-if [ ! -x "$sim" ]; then
+# The simulator is a native program: brought up to date in the native build
+# when there is one, else built alone (the tests need its current options).
+if [ -f build/default/CMakeCache.txt ]; then
+    cmake --build build/default -j2 --target tarvel-sim
+    sim=$source_dir/build/default/sim/tarvel-sim
+else
     cmake -S . -B build/windows-sim -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DTARVEL_BUILD_TESTS=OFF -DTARVEL_BUILD_BENCH=OFF -DTARVEL_BUILD_TOOLS=OFF >/dev/null
     cmake --build build/windows-sim -j2 --target tarvel-sim

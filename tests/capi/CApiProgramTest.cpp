@@ -70,24 +70,34 @@ TEST(CApiProgram, CCallerDrivesASessionEndToEnd) {
     unlink(trace.c_str());
 }
 
-#ifdef TARVEL_EXAMPLE_C
+#ifdef TARVEL_EXAMPLE_BASIC_C
 TEST(CApiProgram, CExampleRuns) {
     tarvelsim::Simulator sim;
     ASSERT_TRUE(sim.start()) << sim.lastError();
-    const int status = runWithDevice(sim, {TARVEL_EXAMPLE_C, sim.portPath()});
+    const int status = runWithDevice(sim, {TARVEL_EXAMPLE_BASIC_C, sim.portPath()});
     ASSERT_TRUE(status != -1 && WIFEXITED(status));
     EXPECT_EQ(0, WEXITSTATUS(status));
     EXPECT_GE(sim.messageCount(), 1u); // the example left its message on the device
 }
 #endif
 
-#ifdef TARVEL_EXAMPLE_CPP
+#ifdef TARVEL_EXAMPLE_BASIC_CPP
 TEST(CApiProgram, CppExampleRuns) {
     tarvelsim::Simulator sim;
     ASSERT_TRUE(sim.start()) << sim.lastError();
-    const int status = runWithDevice(sim, {TARVEL_EXAMPLE_CPP, sim.portPath()});
+    const int status = runWithDevice(sim, {TARVEL_EXAMPLE_BASIC_CPP, sim.portPath()});
     ASSERT_TRUE(status != -1 && WIFEXITED(status));
     EXPECT_EQ(0, WEXITSTATUS(status));
     EXPECT_GE(sim.messageCount(), 1u);
+}
+#endif
+
+#ifdef TARVEL_EXAMPLE_RECEIVE_CPP
+TEST(CApiProgram, ReceiveExampleReadsItsSignalBack) {
+    tarvelsim::Simulator sim;
+    ASSERT_TRUE(sim.start()) << sim.lastError();
+    const int status = runWithDevice(sim, {TARVEL_EXAMPLE_RECEIVE_CPP, sim.portPath()});
+    ASSERT_TRUE(status != -1 && WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status)); // exits 0 only when it read 1234 back
 }
 #endif

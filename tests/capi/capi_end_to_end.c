@@ -6,7 +6,9 @@
  *
  * While this program runs, the launcher keeps putting one CAN frame on the
  * simulated bus (channel 0, identifier 0x123, flag 7, the 12 bytes of
- * kFrameData); the request made below has the device report it.
+ * kFrameData); the request made below has the device report it. The Windows
+ * build runs it under wine (tests/windows/run-wine-tests.sh), where tarvel-sim
+ * puts that frame on the bus itself (--inject).
  * Exit status 0 when every check held.
  */
 #define _POSIX_C_SOURCE 200809L
@@ -88,9 +90,10 @@ static void pauseMs(long ms) {
     nanosleep(&ts, NULL);
 }
 
-/* The whole file as a string (caller frees), or NULL. */
+/* The whole file as a string (caller frees), or NULL. Read as text: the
+ * trace is a text file, with CR LF line ends on Windows. */
 static char* readFile(const char* path) {
-    FILE* f = fopen(path, "rb");
+    FILE* f = fopen(path, "r");
     if (!f) return NULL;
     char* text = calloc(1, 1 << 20);
     size_t n = text ? fread(text, 1, (1 << 20) - 1, f) : 0;
@@ -99,7 +102,9 @@ static char* readFile(const char* path) {
     return text;
 }
 
-static void checkPrinting(Tarvel* t) {
+/* scratchPath: a file the FILE* sink may write (tmpfile() of the Windows C
+ * runtime wants the drive's root directory, which users may not write). */
+static void checkPrinting(Tarvel* t, const char* scratchPath) {
     CHECK_EQ(0, SetPrintFunctionTarvel(t, onErr, ERR));
     CHECK_EQ(0, SetPrintFunctionTarvel(t, onInf, INF));
     CHECK_EQ(-1, SetPrintFunctionTarvel(t, onInf, (LOG_LEVELS_TARVEL)3));
@@ -118,7 +123,7 @@ static void checkPrinting(Tarvel* t) {
     CHECK_EQ(0, SetPrintFunctionTarvel(t, onInf, INF));
 
     /* FILE* sinks receive the text unchanged. */
-    FILE* file = tmpfile();
+    FILE* file = fopen(scratchPath, "w+b");
     CHECK(file != NULL);
     if (file) {
         CHECK_EQ(0, SetPrintFileTarvel(t, file, INF));
@@ -130,6 +135,7 @@ static void checkPrinting(Tarvel* t) {
         CHECK(fread(content, 1, sizeof content - 1, file) > 0);
         CHECK(strcmp(content, "to file 100%\n") == 0);
         fclose(file);
+        remove(scratchPath);
     }
 }
 
@@ -329,7 +335,9 @@ int main(int argc, char** argv) {
     DeleteTarvel(NULL); /* allowed, does nothing */
     Tarvel* t = NewTarvel();
     if (!t) return 1;
-    checkPrinting(t);
+    char scratchPath[4096];
+    snprintf(scratchPath, sizeof scratchPath, "%s.sink", tracePath);
+    checkPrinting(t, scratchPath);
 
     /* The trace file is truncated when opened. */
     FILE* stale = fopen(tracePath, "w");

@@ -5,7 +5,7 @@
 //   port.Connect("no-such-port", ...);
 //   EXPECT_NE(err.text().find("CreateFile failed"), std::string::npos);
 //
-// The text goes to an unnamed temporary file, so a long capture cannot block
+// The text goes to a temporary file (removed at the end), so a long capture cannot block
 // the writer.
 #ifndef TARVEL_TEST_CAPTURE_STDERR_H
 #define TARVEL_TEST_CAPTURE_STDERR_H

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "CaptureStderr.h"
 #include "TarvelAPI.h"
 #include "serial/PortDevice.h"
 
@@ -46,9 +47,9 @@ TEST(ComPortLine, SecondOpenOfAnOpenPortIsRefused) {
         GTEST_SKIP() << "wine opens serial devices without exclusion";
     SerialPort first, second;
     ASSERT_EQ(0, first.Connect(name, 2000000, 8, 0, 2));
-    testing::internal::CaptureStderr();
+    CaptureStderr err;
     EXPECT_EQ(-2, second.Connect(name, 2000000, 8, 0, 2));
-    const std::string out = testing::internal::GetCapturedStderr();
+    const std::string out = err.stop();
     EXPECT_EQ("SerialPort::Connect: CreateFile failed with error: " + tarvel::port::errorText(ERROR_ACCESS_DENIED) +
                   "\n",
               out);

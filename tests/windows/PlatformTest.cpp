@@ -5,8 +5,10 @@
 #include "WinTestSupport.h"
 
 #include <cstdio>
+#include <iostream>
 #include <string>
 
+#include "CaptureStderr.h"
 #include "TarvelAPI.h"
 #include "serial/PortDevice.h"
 
@@ -28,9 +30,9 @@ TEST(Win32SystemText, KeepsTheSystemLineEnd) {
 
 TEST(Win32Open, MissingPortIsReportedWithTheSystemText) {
     SerialPort serial;
-    testing::internal::CaptureStderr();
+    CaptureStderr err;
     EXPECT_EQ(-2, serial.Connect("COM219", 2000000, 8, 0, 2));
-    const std::string out = testing::internal::GetCapturedStderr();
+    const std::string out = err.stop();
     EXPECT_FALSE(serial.IsActive());
     EXPECT_EQ("SerialPort::Connect: CreateFile failed with error: " + port::errorText(ERROR_FILE_NOT_FOUND) + "\n",
               out);
@@ -59,9 +61,9 @@ TEST(Win32Open, NameWithPathSeparatorIsOpenedAsGiven) {
 
 TEST(Win32Open, FlushOfAClosedPortReportsTheInvalidHandle) {
     SerialPort serial;
-    testing::internal::CaptureStderr();
+    CaptureStderr err;
     EXPECT_EQ(-1, serial.Flush());
-    const std::string out = testing::internal::GetCapturedStderr();
+    const std::string out = err.stop();
     EXPECT_EQ("SerialPort::Flush: Clearing RX and TX buffers failed." + port::errorText(ERROR_INVALID_HANDLE) + "\n",
               out);
 }
@@ -91,6 +93,22 @@ TEST(Win32Event, UnnamedEventsArePrivate) {
     EXPECT_EQ(event::kSignalled, event::wait(a, 0));
     event::close(a);
     event::close(b);
+}
+
+// The test helper itself: the writers share the capture file's position, so
+// reading part-way must not move it; the C runtime's stderr, std::cerr and
+// the process's standard error handle all land in the capture, in order.
+TEST(Win32CaptureStderr, ReadingPartWayKeepsLaterTextInOrder) {
+    CaptureStderr err;
+    std::fputs("one\n", stderr);
+    EXPECT_EQ("one\n", err.text());
+    std::cerr << "two\n" << std::flush;
+    DWORD written = 0;
+    EXPECT_TRUE(WriteFile(GetStdHandle(STD_ERROR_HANDLE), "three\n", 6, &written, nullptr));
+    EXPECT_EQ("one\ntwo\nthree\n", err.text());
+    std::fputs("four\n", stderr);
+    EXPECT_EQ("one\ntwo\nthree\nfour\n", err.stop());
+    EXPECT_EQ("", err.text()) << "nothing after stop";
 }
 
 } // namespace

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs the Windows test programs of a cross build under wine, with the native
 # device simulator behind a COM port: wine maps COMn onto the simulator's
-# pseudo-terminal through $WINEPREFIX/dosdevices/comN.
+# pseudo-terminal through $WINEPREFIX/dosdevices/comN. Runs the C caller of
+# the flat interface (capi_end_to_end.exe), ctest, then the example programs.
 #
 # Usage: run-wine-tests.sh [windows build dir] [-- extra ctest arguments]
 #   TARVEL_SIM       the native tarvel-sim program (default: build/default/sim/tarvel-sim,
@@ -22,6 +23,10 @@ if [ -z "$sim" ]; then
     done
 fi
 [ -n "$sim" ] && [ -x "$sim" ] || { echo "run-wine-tests: no tarvel-sim found (set TARVEL_SIM)" >&2; exit 2; }
+case $("$sim" --help 2>/dev/null) in
+    *--inject*) ;;
+    *) echo "run-wine-tests: $sim has no --inject option (rebuild it)" >&2; exit 2 ;;
+esac
 
 export WINEPREFIX=${WINEPREFIX:-$build_dir/wineprefix}
 export WINEDEBUG=-all
@@ -50,7 +55,11 @@ wine wineboot </dev/null >/dev/null 2>&1
 
 rm -f "$link"
 mkdir -p "$(dirname "$link")"
-"$sim" --link "$link" </dev/null >"$build_dir/tarvel-sim.log" 2>&1 &
+# The frame capi_end_to_end waits for (see CApiProgramTest.cpp), every 20 ms.
+# Only a host's request for it makes the device report it, so the other
+# programs don't see it.
+"$sim" --link "$link" --inject '0:123#102132435465768798A9BACB/80@20' \
+    </dev/null >"$build_dir/tarvel-sim.log" 2>&1 &
 sim_pid=$!
 for _ in $(seq 100); do
     [ -L "$link" ] && break
@@ -60,15 +69,45 @@ done
 [ -L "$link" ] || { echo "run-wine-tests: the simulator made no terminal link" >&2; exit 2; }
 echo "run-wine-tests: simulator on $(readlink "$link") as COM$com"
 
-export TARVEL_TEST_COM=COM$com
 status=0
-ctest --test-dir "$build_dir" --output-on-failure -j1 --timeout 180 "$@" || status=1
-
-# The example programs load TarvelAPI.dll like an application would: one C
-# caller of the flat entry points, one C++ caller of the exported classes.
+# The programs below load TarvelAPI.dll from the build directory.
 export WINEPATH
 WINEPATH=$(winepath -w "$build_dir" 2>/dev/null)
-for example in basic basic_cpp; do
+
+# The C caller of the flat interface, first: it needs a device that no other
+# program has configured (it looks up its own message by identifier). Its
+# trace file is given as a Windows path, as an application would.
+capi=$build_dir/tests/windows/capi_end_to_end.exe
+if [ -f "$capi" ]; then
+    trace_unix=$build_dir/capi_trace.txt
+    trace=$(winepath -w "$trace_unix" 2>/dev/null)
+    rm -f "$trace_unix"
+    if timeout 120 wine "$capi" "COM$com" "$trace" </dev/null >"$build_dir/capi_end_to_end.log" 2>&1; then
+        # Under wine the Windows path names this file: the trace must be here.
+        if grep -q ':>> 0x' "$trace_unix" 2>/dev/null; then
+            echo "run-wine-tests: capi_end_to_end.exe against the simulator: passed"
+            rm -f "$trace_unix"
+        else
+            echo "run-wine-tests: capi_end_to_end.exe left no trace in $trace_unix" >&2
+            status=1
+        fi
+    else
+        echo "run-wine-tests: capi_end_to_end.exe against the simulator: FAILED (trace: $trace_unix)" >&2
+        cat "$build_dir/capi_end_to_end.log" >&2
+        status=1
+    fi
+else
+    echo "run-wine-tests: $capi not built" >&2
+    status=1
+fi
+
+export TARVEL_TEST_COM=COM$com
+ctest --test-dir "$build_dir" --output-on-failure -j1 --timeout 180 "$@" || status=1
+
+# The example programs load TarvelAPI.dll like an application would: a C
+# caller of the flat entry points, C++ callers of the exported classes (one
+# reads its own signal back from the device's reports).
+for example in basic basic_cpp receive_cpp; do
     exe=$build_dir/examples/$example.exe
     [ -f "$exe" ] || continue
     if timeout 120 wine "$exe" "COM$com" </dev/null >"$build_dir/$example.log" 2>&1; then
