@@ -81,6 +81,8 @@ public:
     int Disconnect();
     int SetTimeout(unsigned int readTimeout, unsigned int writeTimeout);
     int GetTimeout(unsigned int& readTimeout, unsigned int& writeTimeout);
+    // 0, or the negative result of SlipSend; -6 (nothing sent, id not
+    // advanced) for a payload above 254 bytes, which the length byte can't describe.
     int SendCommand(CMD cmd, const ByteVector& payload, bool tracked);
     int SendCommandHandler(CMD cmd, unsigned short handler, const ByteVector& payload, bool tracked);
     int GetResponse(bool quiet);
@@ -110,12 +112,12 @@ public:
     int ClearPrintStream();
     void Printf_err(const char* format, ...)
 #if defined(__GNUC__)
-        __attribute__((format(printf, 2, 3)))
+        __attribute__((format(TARVEL_PRINTF_ARCHETYPE, 2, 3)))
 #endif
         ;
     void Printf_inf(const char* format, ...)
 #if defined(__GNUC__)
-        __attribute__((format(printf, 2, 3)))
+        __attribute__((format(TARVEL_PRINTF_ARCHETYPE, 2, 3)))
 #endif
         ;
     void vPrintf_err(const char* format, va_list& args);
@@ -195,6 +197,10 @@ private:
     int _exchangeHandler(CMD cmd, unsigned short handler, const ByteVector& payload, bool tracked = true);
     // The same, tracked, with the answer's bytes (GetBytesResponse(answer, false)).
     int _exchangeBytes(CMD cmd, const ByteVector& payload, ByteVector& answer);
+    // The checks both SignalReadValue widths share: 0 with the latest report
+    // and the registration (and *age set), or the read's result code.
+    int _locateSignal(unsigned short handler, bool doRead, RecvAsyncMessage& report, SignalRequest& entry,
+                      unsigned int* age);
 
     std::mutex m_syncMutex;
     std::mutex m_asyncMutex;
@@ -216,6 +222,11 @@ private:
     std::recursive_mutex m_exchangeMutex;    // one exchange at a time per session
     std::atomic<unsigned> m_receiverStartGen; // a stop cancels the start it follows
     std::atomic<unsigned> m_receiverStopGen;
+    // The receiver holds m_portMutex around each frame read; closing or
+    // reconfiguring the port takes it too (after waking the read), and the
+    // receiver lets waiting callers in before its next read.
+    std::mutex m_portMutex;
+    std::atomic<unsigned> m_portWaiters{0};
 };
 
 #endif

@@ -1,0 +1,90 @@
+// Opening and closing the connection, time-outs, and the host-side state
+// that a connection (or a device restart) invalidates.
+#include <chrono>
+#include <mutex>
+#include <thread>
+
+#include "Tarvel.h"
+#include "session/SessionUtil.h"
+
+namespace {
+
+const unsigned kBaudRate = 2000000;
+const unsigned char kDataBits = 8;
+const unsigned char kOneStopBit = 0;
+const unsigned char kEvenParity = 2;
+const unsigned char kVersionQuery = 3; // REBOOT mode: answer the version, don't restart
+const std::chrono::milliseconds kReceiverEndWait(1000);
+
+} // namespace
+
+int Tarvel::Connect(const std::string& port, unsigned int readTimeout, unsigned int writeTimeout) {
+    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
+    {
+        TARVEL_PORT_LOCK(portLock);
+        const int opened = m_serialPort.Connect(port, kBaudRate, kDataBits, kOneStopBit, kEvenParity);
+        if (opened < 0) return opened; // 1 (this port is already open) goes on
+        const int timeouts = m_serialPort.SetTimeout(readTimeout, writeTimeout);
+        if (timeouts < 0) return timeouts - 100;
+        const int flushed = m_serialPort.Flush();
+        if (flushed < 0) return flushed - 200;
+    }
+
+    const int version = _reboot(kVersionQuery);
+    if (version == 0) {
+        m_deviceVersion = 100;
+        return 0;
+    }
+    if (version == -21 || version > 0) {
+        m_deviceVersion = 0;
+        return 0;
+    }
+    return version - 300;
+}
+
+int Tarvel::Disconnect() {
+    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
+    _clearHostState();
+    int result;
+    {
+        TARVEL_PORT_LOCK(portLock);
+        result = m_serialPort.Disconnect();
+    }
+    // A receiver that still runs finds the port closed and ends by itself
+    // after a few failed reads, which take no time. Waiting for that keeps
+    // it from living on into the next Connect, whose version answer it
+    // would take and then abandon.
+    if (result == 0 && m_receiverThread.joinable()) {
+        const auto deadline = std::chrono::steady_clock::now() + kReceiverEndWait;
+        while (m_receiverRunning.load() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+    }
+    return result;
+}
+
+int Tarvel::SetTimeout(unsigned int readTimeout, unsigned int writeTimeout) {
+    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
+    TARVEL_PORT_LOCK(portLock);
+    return m_serialPort.SetTimeout(readTimeout, writeTimeout);
+}
+
+int Tarvel::GetTimeout(unsigned int& readTimeout, unsigned int& writeTimeout) {
+    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
+    return m_serialPort.GetTimeout(readTimeout, writeTimeout);
+}
+
+void Tarvel::_clearHostState() {
+    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
+    {
+        std::lock_guard<std::mutex> lock(m_asyncMutex);
+        m_asyncMessages.clear();
+    }
+    m_txMessages.clear();
+    m_signalRequests.assign(1, SignalRequest{0, 0, 0});
+    m_signalRequestCount = 0;
+    m_signals.clear();
+    {
+        std::lock_guard<std::mutex> lock(m_syncMutex);
+        m_syncBuffer.clear();
+    }
+    m_messageId = 0;
+}

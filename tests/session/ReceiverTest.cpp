@@ -1,0 +1,209 @@
+// The receiver thread: start and stop, the sync buffer it fills, the async
+// map, and the ways it ends by itself.
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "SessionTestUtil.h"
+#include "SimSession.h"
+#include "TarvelTestAccess.h"
+
+using namespace sessiontest;
+
+namespace {
+
+class Receiver : public SimSession {
+protected:
+    void SetUp() override {
+        SimSession::SetUp();
+        ASSERT_EQ(0, tarvel.StartReceiver());
+    }
+
+    // Every frame sent before this has been sorted once it returns.
+    void barrier() { ASSERT_EQ(0, TarvelTestAccess::exchange(tarvel, Tarvel::PING, {})) << err.str(); }
+
+    bool running() { return (tarvel.GetInternalThreadStatus() & 1) != 0; }
+};
+
+TEST_F(Receiver, StartsOnceStopsAndReportsItsState) {
+    EXPECT_EQ(1, tarvel.StartReceiver());
+    EXPECT_EQ(0x11, tarvel.GetInternalThreadStatus()) << "receiver running, sender serving";
+    tarvel.StopReceiver();
+    EXPECT_EQ(0x10, tarvel.GetInternalThreadStatus());
+
+    EXPECT_EQ(0u, tarvel.ReadAsyncMessage(0x10123).key);
+    EXPECT_EQ("Tarvel::ReadAsyncMessage: Receiving thread is not running!\n", err.str());
+    err.str("");
+    RecvMessage m;
+    EXPECT_EQ(-1, tarvel.ReadSyncMessage(5, m, 50, true));
+    EXPECT_EQ("", err.str());
+    EXPECT_EQ(-1, tarvel.ReadSyncMessage(5, m, 50, false));
+    EXPECT_EQ("Tarvel::ReadSyncMessage: Receiving thread is not running!\n", err.str());
+
+    EXPECT_EQ(0, TarvelTestAccess::exchange(tarvel, Tarvel::PING, {})) << "direct reading again";
+    EXPECT_EQ(0, tarvel.StartReceiver());
+    barrier();
+}
+
+TEST_F(Receiver, AnswersAreCollectedFromTheSyncBuffer) {
+    barrier();
+    sim().setResponder(reply(Tarvel::GET_TIME, Tarvel::DATA_RESPONSE_A, {1, 2, 3, 4, 5, 6, 7, 8}));
+    ByteVector data;
+    EXPECT_EQ(0, TarvelTestAccess::exchangeBytes(tarvel, Tarvel::GET_TIME, {}, data));
+    EXPECT_EQ((ByteVector{1, 2, 3, 4, 5, 6, 7, 8}), data);
+    sim().setResponder(reply(Tarvel::READ_EEPROM, Tarvel::DATA_RESPONSE_B, {0xAB}));
+    EXPECT_EQ(0, TarvelTestAccess::exchangeBytes(tarvel, Tarvel::READ_EEPROM, {0, 30, 1}, data));
+    EXPECT_EQ(ByteVector{0xAB}, data);
+
+    sim().setResponder(reply(Tarvel::PING, Tarvel::OK, {0x12, 0x34}));
+    EXPECT_EQ(0x1234, TarvelTestAccess::exchange(tarvel, Tarvel::PING, {}));
+
+    // An error answer is printed by the receiver; the wait finds nothing.
+    sim().setResponder(reply(Tarvel::PING, Tarvel::COMMAND_FAILED, {}));
+    ::testing::internal::CaptureStderr();
+    const int failed = TarvelTestAccess::exchange(tarvel, Tarvel::PING, {});
+    const std::string printed = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(-15, failed);
+    EXPECT_NE(std::string::npos, printed.find("TarvelAPI::Receive: COMMAND_FAILED 10!\n")) << printed;
+    EXPECT_NE(std::string::npos, err.str().find("Message with message ID: 10 not found.\n")) << err.str();
+}
+
+TEST_F(Receiver, AWaitDiscardsTheAnswersAheadOfItsOwn) {
+    sim().sendPacket({7, Tarvel::OK, {0x00, 0x07}});
+    sim().sendPacket({8, Tarvel::OK, {0x00, 0x08}});
+    sim().sendPacket({8, Tarvel::ASYNC_MESSAGE, {0x00, 0x08, 0x00}}); // a report is never an answer
+    ASSERT_TRUE(eventually([&] { return TarvelTestAccess::syncBufferSize(tarvel) == 2; }));
+    RecvMessage m;
+    EXPECT_EQ(0, tarvel.ReadSyncMessage(8, m, 50, false));
+    EXPECT_EQ((ByteVector{0x00, 0x08}), m.data);
+    EXPECT_EQ(-2, tarvel.ReadSyncMessage(7, m, 5, true));
+    EXPECT_EQ("", err.str());
+
+    sim().sendPacket({8, Tarvel::OK, {0x00, 0x08}});
+    ASSERT_TRUE(eventually([&] { return TarvelTestAccess::syncBufferSize(tarvel) == 1; }));
+    EXPECT_EQ(-2, tarvel.ReadSyncMessage(8, m, 0, false)) << "no poll, no look";
+    EXPECT_EQ("Message with message ID: 8 not found.\n", err.str());
+    EXPECT_EQ(-2, tarvel.ReadSyncMessage(0x108, m, 5, true)) << "ids above 255 match nothing";
+    EXPECT_EQ(0u, TarvelTestAccess::syncBufferSize(tarvel));
+}
+
+TEST_F(Receiver, TheAsyncMapKeepsTheLatestReportPerKey) {
+    Bytes report{0x01, 0x23, 0x8A};
+    for (uint8_t i = 0; i < 16; ++i) report.push_back(i);
+    sim().sendPacket({2, Tarvel::ASYNC_MESSAGE, report});
+    RecvAsyncMessage r;
+    ASSERT_TRUE(eventually([&] { return (r = tarvel.ReadAsyncMessage(0x40123)).key != 0; }));
+    EXPECT_EQ(0x20123u, r.key);
+    EXPECT_EQ(2, r.channel);
+    EXPECT_EQ(0x0123, r.handler);
+    EXPECT_EQ(10, r.dlc);
+    EXPECT_EQ(1, r.flag7);
+    EXPECT_EQ(0, r.flag6 + r.flag5 + r.flag4);
+    EXPECT_EQ(ByteVector(report.begin() + 3, report.end()), r.data);
+    const uint32_t now = static_cast<uint32_t>(Tarvel::GetTickMs());
+    EXPECT_LE(now - r.timestamp, 5000u);
+
+    sim().sendPacket({2, Tarvel::ASYNC_MESSAGE, {0x01, 0x23, 0x52, 0xEE, 0xFF, 0x99}}); // longer than its DLC
+    barrier();
+    for (int i = 0; i < 2; ++i) {
+        r = tarvel.ReadAsyncMessage(0x40123);
+        EXPECT_EQ(2, r.dlc);
+        EXPECT_EQ(0, r.flag7);
+        EXPECT_EQ(1, r.flag6);
+        EXPECT_EQ(1, r.flag4);
+        EXPECT_EQ((ByteVector{0xEE, 0xFF}), r.data);
+    }
+    EXPECT_EQ(1u, TarvelTestAccess::asyncMapSize(tarvel));
+
+    // Several channels: the lowest one holding a report answers.
+    EXPECT_EQ(0x20123u, tarvel.ReadAsyncMessage(0x50123).key);
+    sim().sendPacket({0, Tarvel::ASYNC_MESSAGE, {0x01, 0x23, 0x01, 0x55}});
+    barrier();
+    EXPECT_EQ(0x00123u, tarvel.ReadAsyncMessage(0x50123).key);
+    EXPECT_EQ(0x20123u, tarvel.ReadAsyncMessage(0x0C0123).key);
+    EXPECT_EQ(0u, tarvel.ReadAsyncMessage(0x0123).key) << "no channel selected";
+    EXPECT_EQ(0u, tarvel.ReadAsyncMessage(0x20124).key);
+
+    tarvel.Disconnect();
+    ASSERT_EQ(0, tarvel.Connect(sim().portPath(), 1000, 1000));
+    EXPECT_EQ(0u, TarvelTestAccess::asyncMapSize(tarvel)) << "Disconnect empties the map";
+}
+
+TEST_F(Receiver, MalformedTrafficIsDroppedWithoutHarm) {
+    ::testing::internal::CaptureStderr();
+    sim().sendPacket({1, Tarvel::ASYNC_MESSAGE, {0x01, 0x23}});                   // no header
+    sim().sendPacket({1, Tarvel::ASYNC_MESSAGE, {0x01, 0x24, 0x08, 1, 2, 3, 4}}); // 4 of 8 bytes
+    sim().sendRaw(frame({0x00, 0x06, 0x00, 0x06}));                               // 4 bytes: no response id
+    Bytes badSum = packet(0, Tarvel::OK, {0x00, 0x05});
+    badSum.back() ^= 0x40;
+    sim().sendRaw(frame(badSum));
+    sim().sendPacket({0, Tarvel::OK, {0x00, 0x00}});   // untraced, value 0: silent
+    sim().sendPacket({3, 0x85, {0x01}});
+    sim().sendPacket({0, Tarvel::DATA_RESPONSE_A, {0x02}}); // answers nothing
+    barrier();
+    const std::string printed = ::testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(running());
+    EXPECT_EQ(0u, TarvelTestAccess::asyncMapSize(tarvel));
+    EXPECT_EQ(0u, TarvelTestAccess::syncBufferSize(tarvel));
+    EXPECT_NE(std::string::npos, printed.find("TarvelAPI::Receive: Unknown response ID: 0x85\n")) << printed;
+    EXPECT_NE(std::string::npos, printed.find("TarvelAPI::Receive: Unknown response ID: 0x91\n")) << printed;
+    EXPECT_EQ(std::string::npos, printed.find("untraced")) << printed;
+    EXPECT_EQ("", err.str()) << "the receiver reports nothing through the error channel";
+}
+
+TEST_F(Receiver, TheTwentyFirstInvalidUntracedAnswerEndsIt) {
+    ::testing::internal::CaptureStderr();
+    for (int i = 0; i < 20; ++i) sim().sendPacket({0, Tarvel::OK, {0x00, 0x05}});
+    barrier();
+    EXPECT_TRUE(running());
+    sim().sendPacket({0, Tarvel::OK, {0x00, 0x05}});
+    EXPECT_TRUE(eventually([&] { return !running(); }));
+    const std::string printed = ::testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, printed.find("Tarvel::Receiver: Invalid return value of some untraced commands. 0x0005\n"))
+        << printed;
+    EXPECT_EQ(0x10, tarvel.GetInternalThreadStatus());
+    EXPECT_EQ(0, tarvel.StartReceiver()) << "the ended thread is reaped and a new one starts";
+    barrier();
+}
+
+TEST_F(Receiver, ReadFailuresAfterDisconnectEndIt) {
+    EXPECT_EQ(0, tarvel.Disconnect());
+    EXPECT_TRUE(eventually([&] { return !running(); }));
+    ASSERT_EQ(0, tarvel.Connect(sim().portPath(), 1000, 1000)) << err.str();
+    EXPECT_EQ(0, tarvel.StartReceiver());
+    barrier();
+}
+
+TEST_F(Receiver, StopIsPromptWhateverTheReadTimeout) {
+    ASSERT_EQ(0, tarvel.SetTimeout(0xFFFFFFFFu, 1000));
+    barrier();
+    auto stop = std::async(std::launch::async, [&] { tarvel.StopReceiver(); });
+    const auto status = stop.wait_for(std::chrono::seconds(5));
+    if (status != std::future_status::ready) sim().sendPacket({0, Tarvel::OK, {}}); // let a stuck read return
+    ASSERT_EQ(std::future_status::ready, status);
+    EXPECT_FALSE(running());
+    EXPECT_EQ(0, TarvelTestAccess::exchange(tarvel, Tarvel::PING, {})) << "no stale wake-up hits the next read";
+}
+
+TEST(ReceiverLifetime, DestroyingARunningSessionOnASilentLineReturns) {
+    tarvelsim::Simulator sim;
+    ASSERT_TRUE(sim.start()) << sim.lastError();
+    auto tarvel = std::make_unique<Tarvel>();
+    ASSERT_EQ(0, tarvel->Connect(sim.portPath(), 0xFFFFFFFFu, 1000));
+    ASSERT_EQ(0, tarvel->StartReceiver());
+    auto destroy = std::async(std::launch::async, [&] { tarvel.reset(); });
+    const auto status = destroy.wait_for(std::chrono::seconds(5));
+    if (status != std::future_status::ready) sim.sendPacket({0, Tarvel::OK, {}}); // let a stuck read return
+    EXPECT_EQ(std::future_status::ready, status);
+}
+
+TEST_F(Receiver, AStopThatOvertakesTheStartEndsTheThread) {
+    tarvel.StopReceiver();
+    auto loop = std::async(std::launch::async, [&] { TarvelTestAccess::runOvertakenReceiverLoop(tarvel); });
+    const auto status = loop.wait_for(std::chrono::seconds(5));
+    if (status != std::future_status::ready) tarvel.StopReceiver(); // ends the loop within a read time-out
+    ASSERT_EQ(std::future_status::ready, status);
+    EXPECT_FALSE(TarvelTestAccess::receiverRunning(tarvel));
+}
+
+} // namespace
