@@ -36,9 +36,9 @@ public:
 
     enum SenderThreadState { IDLE = 0, START_REQ = 1, RUNNING = 2, STOP_REQ = 3, STOPPED = 4, FAILED = 5 };
 
-    static const std::size_t kMaxQueuedBuffers = 65536;
-    static const std::size_t kSendBatchLimit = 1024;
-    static const int kMaxSenderErrors = 128;
+    static constexpr std::size_t kMaxQueuedBuffers = 65536;
+    static constexpr std::size_t kSendBatchLimit = 1024;
+    static constexpr int kMaxSenderErrors = 128;
 
     SerialPort();
     SerialPort(const SerialPort& other);            // the copy is not connected
@@ -103,7 +103,7 @@ private:
 
     std::mutex m_startMutex; // one thread start at a time
     // Read-ahead: one system read fills it, ReadByte serves from it.
-    static const std::size_t kReadAheadSize = 4096;
+    static constexpr std::size_t kReadAheadSize = 4096;
     unsigned char* m_readAhead;
     std::size_t m_readPos;
     std::size_t m_readLen;

@@ -68,8 +68,8 @@ public:
 
     // CAN FD data length code -> number of data bytes.
     static const unsigned char kDlcToLength[16];
-    static const unsigned char kSignalCumulative = 0x80;
-    static const unsigned int kRebootPollIntervalMs = 50;
+    static constexpr unsigned char kSignalCumulative = 0x80;
+    static constexpr unsigned int kRebootPollIntervalMs = 50;
 
     Tarvel(); // throws std::invalid_argument when the default sinks can't be added
     Tarvel(const Tarvel& other);
@@ -183,7 +183,7 @@ public:
 private:
     friend struct TarvelTestAccess; // white-box tests only
 
-    static const unsigned long long m_kBufferSize = 255;
+    static constexpr unsigned long long m_kBufferSize = 255;
 
     void _writeSyncBuffer(const RecvMessage& message);
     int _reboot(unsigned char mode);

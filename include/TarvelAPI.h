@@ -9,7 +9,8 @@
  * Result codes: every operation returns a signed 32-bit value; 0 is success,
  * positive values carry a device answer or a count, negative values are
  * errors. The common mapping of device operations: a failed send is
- * returned unchanged (-1 port not open, -2..-5 sender thread not serving),
+ * returned unchanged (-1 port not open or sender failed, -2..-5 sender
+ * thread not serving, -6 payload above 254 bytes),
  * a failed wait c becomes c - 10 (-14: no valid answer, -15: no answer in
  * time with the receiver running), a device answer of 0xFFFF becomes -21.
  *

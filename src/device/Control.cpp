@@ -5,6 +5,7 @@
 
 #include "Tarvel.h"
 #include "protocol/Bytes.h"
+#include "session/SessionUtil.h"
 
 using tarvel::mapAnswer;
 
@@ -39,14 +40,19 @@ int Tarvel::Bootloader() {
 int Tarvel::Reboot(bool mode, unsigned int timeoutMs) {
     // Held for the whole wait so that no other caller talks to a booting device.
     std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
-    m_serialPort.Flush();
+    // The purge must not cut into a frame the receiver thread is reading.
+    const auto flush = [this] {
+        TARVEL_PORT_LOCK(port);
+        m_serialPort.Flush();
+    };
+    flush();
     const int r = _reboot(mode ? 1 : 0);
     if (r < 0) return r;
     _clearHostState();
 
     const unsigned int probes = timeoutMs / kRebootPollIntervalMs;
     for (unsigned int i = 0; i < probes; ++i) {
-        m_serialPort.Flush();
+        flush();
         if (Ping() == 0) break;
         if (i + 1 < probes) std::this_thread::sleep_for(std::chrono::milliseconds(kRebootPollIntervalMs));
     }

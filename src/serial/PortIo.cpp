@@ -14,8 +14,6 @@ using tarvel::IoDirection;
 using tarvel::IoResult;
 using tarvel::IoStage;
 
-const std::size_t SerialPort::kReadAheadSize;
-
 namespace {
 
 IoResult notOpen() {

@@ -11,10 +11,6 @@
 namespace event = tarvel::event;
 namespace port = tarvel::port;
 
-const std::size_t SerialPort::kMaxQueuedBuffers;
-const std::size_t SerialPort::kSendBatchLimit;
-const int SerialPort::kMaxSenderErrors;
-
 namespace {
 
 const uint32_t kStartWaitMs = 2000;
