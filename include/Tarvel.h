@@ -186,6 +186,8 @@ private:
     static constexpr unsigned long long m_kBufferSize = 255;
 
     void _writeSyncBuffer(const RecvMessage& message);
+    int _readAnswerDirect(RecvMessage& message, int slipMode, bool quiet, bool& hardwareError);
+    int _failedAnswer(unsigned char responseId);
     int _reboot(unsigned char mode);
     void _clearHostState();
     void _writeAsyncMessage(const RecvAsyncMessage& message);

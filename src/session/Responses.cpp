@@ -28,6 +28,52 @@ const int kHardwareErrorSeen = 0x10000;
 
 } // namespace
 
+// Reads frames until the answer carrying the current message id arrives.
+// 0 with the answer in `message`; -4 when a read yields no frame.
+int Tarvel::_readAnswerDirect(RecvMessage& message, int slipMode, bool quiet, bool& hardwareError) {
+    hardwareError = false;
+    for (;;) {
+        ByteVector buffer;
+        {
+            std::lock_guard<std::mutex> port(m_portMutex);
+            m_serialPort.SlipReceive(buffer, m_kBufferSize, slipMode);
+        }
+        const int parsed = ParseMessage(buffer, message, quiet ? 2 : 0);
+        if (parsed == -4) {
+            if (!quiet) Printf_err("Tarvel::GetResponse: No valid answer for specified message.\n");
+            return -4;
+        }
+        if (parsed != 0) continue;
+        // A report's message id is its channel: it answers nothing.
+        const unsigned char id = message.responseId == ASYNC_MESSAGE ? 0 : message.messageId;
+        if (message.responseId == TARVEL_HW_ERROR) {
+            if (!quiet) Printf_err("TarvelAPI::GetResponse: TARVEL_HW_ERROR!\n");
+            hardwareError = true;
+        }
+        if (id == m_messageId) return 0;
+    }
+}
+
+// An error answer, or one the exchange does not know: reported whatever the
+// caller's quiet flag says.
+int Tarvel::_failedAnswer(unsigned char responseId) {
+    switch (responseId) {
+    case COMMAND_FAILED:
+        Printf_err("TarvelAPI::GetResponse: COMMAND_FAILED!\n");
+        break;
+    case PACKET_ERROR:
+        Printf_err("TarvelAPI::GetResponse: PACKET_ERROR!\n");
+        break;
+    case SLIP_PROTO_ERROR:
+        Printf_err("TarvelAPI::GetResponse: SLIP_PROTO_ERROR!\n");
+        break;
+    default:
+        Printf_err("TarvelAPI::GetResponse: Unknown response ID: 0x%2.2X!\n", responseId);
+        break;
+    }
+    return -4;
+}
+
 int Tarvel::GetResponse(bool quiet) {
     std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
     RecvMessage message;
@@ -37,44 +83,10 @@ int Tarvel::GetResponse(bool quiet) {
     }
 
     bool hardwareError = false;
-    for (;;) {
-        ByteVector buffer;
-        {
-            std::lock_guard<std::mutex> port(m_portMutex);
-            m_serialPort.SlipReceive(buffer, m_kBufferSize, 0);
-        }
-        const int parsed = ParseMessage(buffer, message, quiet ? 2 : 0);
-        if (parsed == -4) {
-            if (!quiet) Printf_err("Tarvel::GetResponse: No valid answer for specified message.\n");
-            return -4;
-        }
-        if (parsed != 0) continue;
-        unsigned char id = message.messageId;
-        if (message.responseId == ASYNC_MESSAGE) id = 0;
-        if (message.responseId == TARVEL_HW_ERROR) {
-            if (!quiet) Printf_err("TarvelAPI::GetResponse: TARVEL_HW_ERROR!\n");
-            hardwareError = true;
-        }
-        if (id == m_messageId) break;
-    }
-
+    if (_readAnswerDirect(message, 0, quiet, hardwareError) != 0) return -4;
     const int value = static_cast<int>(tarvel::session::answerValue(message.data));
-    switch (message.responseId) {
-    case OK:
-        return value + (hardwareError ? kHardwareErrorSeen : 0);
-    case COMMAND_FAILED:
-        Printf_err("TarvelAPI::GetResponse: COMMAND_FAILED!\n");
-        return -4;
-    case PACKET_ERROR:
-        Printf_err("TarvelAPI::GetResponse: PACKET_ERROR!\n");
-        return -4;
-    case SLIP_PROTO_ERROR:
-        Printf_err("TarvelAPI::GetResponse: SLIP_PROTO_ERROR!\n");
-        return -4;
-    default:
-        Printf_err("TarvelAPI::GetResponse: Unknown response ID: 0x%2.2X!\n", message.responseId);
-        return -4;
-    }
+    if (message.responseId != OK) return _failedAnswer(message.responseId);
+    return value + (hardwareError ? kHardwareErrorSeen : 0);
 }
 
 int Tarvel::GetBytesResponse(ByteVector& data, bool quiet) {
@@ -87,25 +99,7 @@ int Tarvel::GetBytesResponse(ByteVector& data, bool quiet) {
     }
 
     bool hardwareError = false;
-    for (;;) {
-        ByteVector buffer;
-        {
-            std::lock_guard<std::mutex> port(m_portMutex);
-            m_serialPort.SlipReceive(buffer, m_kBufferSize, quiet ? 1 : 0);
-        }
-        const int parsed = ParseMessage(buffer, message, quiet ? 2 : 0);
-        if (parsed == -4) {
-            if (!quiet) Printf_err("Tarvel::GetResponse: No valid answer for specified message.\n");
-            return -4;
-        }
-        if (parsed != 0) continue;
-        if (message.responseId == TARVEL_HW_ERROR) {
-            if (!quiet) Printf_err("TarvelAPI::GetResponse: TARVEL_HW_ERROR!\n");
-            hardwareError = true;
-        }
-        if (message.messageId == m_messageId) break;
-    }
-
+    if (_readAnswerDirect(message, quiet ? 1 : 0, quiet, hardwareError) != 0) return -4;
     const int hwBit = hardwareError ? kHardwareErrorSeen : 0;
     switch (message.responseId) {
     case OK: {
@@ -120,17 +114,7 @@ int Tarvel::GetBytesResponse(ByteVector& data, bool quiet) {
     case DATA_RESPONSE_B:
         data = std::move(message.data);
         return hwBit;
-    case COMMAND_FAILED:
-        Printf_err("TarvelAPI::GetResponse: COMMAND_FAILED!\n");
-        return -4;
-    case PACKET_ERROR:
-        Printf_err("TarvelAPI::GetResponse: PACKET_ERROR!\n");
-        return -4;
-    case SLIP_PROTO_ERROR:
-        Printf_err("TarvelAPI::GetResponse: SLIP_PROTO_ERROR!\n");
-        return -4;
     default:
-        Printf_err("TarvelAPI::GetResponse: Unknown response ID: 0x%2.2X!\n", message.responseId);
-        return -4;
+        return _failedAnswer(message.responseId);
     }
 }
