@@ -32,6 +32,7 @@
 #define TARVEL_API_WITH_CLASSES
 #endif
 
+#include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
 #ifndef __cplusplus
@@ -113,6 +114,23 @@ typedef struct TarvelAsyncMessage {
     uint32_t timestamp; /* host milliseconds at reception */
 } TarvelAsyncMessage;
 #pragma pack(pop)
+
+/* The layout C callers rely on, checked wherever the header is compiled. */
+#if defined(__cplusplus)
+#define TARVEL_LAYOUT_CHECK(cond, what) static_assert(cond, what)
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define TARVEL_LAYOUT_CHECK(cond, what) _Static_assert(cond, what)
+#endif
+#ifdef TARVEL_LAYOUT_CHECK
+TARVEL_LAYOUT_CHECK(sizeof(TarvelAsyncMessage) == 16, "TarvelAsyncMessage is 16 bytes");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, handler) == 4, "handler at 4");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, channel) == 6, "channel at 6");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, dlc) == 7, "dlc at 7");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, flag7) == 8, "flag7 at 8");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, flag4) == 11, "flag4 at 11");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, timestamp) == 12, "timestamp at 12");
+#undef TARVEL_LAYOUT_CHECK
+#endif
 
 #ifdef __cplusplus
 class Tarvel;

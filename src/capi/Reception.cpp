@@ -8,18 +8,6 @@
 
 using tarvel::capi::guarded;
 
-// C callers lay the structure out from the header alone; pin it down.
-static_assert(sizeof(TarvelAsyncMessage) == 16, "TarvelAsyncMessage must be 16 bytes");
-static_assert(offsetof(TarvelAsyncMessage, key) == 0, "key at 0");
-static_assert(offsetof(TarvelAsyncMessage, handler) == 4, "handler at 4");
-static_assert(offsetof(TarvelAsyncMessage, channel) == 6, "channel at 6");
-static_assert(offsetof(TarvelAsyncMessage, dlc) == 7, "dlc at 7");
-static_assert(offsetof(TarvelAsyncMessage, flag7) == 8, "flag7 at 8");
-static_assert(offsetof(TarvelAsyncMessage, flag6) == 9, "flag6 at 9");
-static_assert(offsetof(TarvelAsyncMessage, flag5) == 10, "flag5 at 10");
-static_assert(offsetof(TarvelAsyncMessage, flag4) == 11, "flag4 at 11");
-static_assert(offsetof(TarvelAsyncMessage, timestamp) == 12, "timestamp at 12");
-
 extern "C" {
 
 TARVEL_API int TARVEL_CALL ReadAsyncMsgTarvel(Tarvel* tarvel, int requestKey, TarvelAsyncMessage* msg,

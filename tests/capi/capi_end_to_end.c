@@ -21,17 +21,6 @@
 
 #include "TarvelAPI.h"
 
-_Static_assert(sizeof(TarvelAsyncMessage) == 16, "TarvelAsyncMessage is 16 bytes");
-_Static_assert(offsetof(TarvelAsyncMessage, key) == 0, "key at 0");
-_Static_assert(offsetof(TarvelAsyncMessage, handler) == 4, "handler at 4");
-_Static_assert(offsetof(TarvelAsyncMessage, channel) == 6, "channel at 6");
-_Static_assert(offsetof(TarvelAsyncMessage, dlc) == 7, "dlc at 7");
-_Static_assert(offsetof(TarvelAsyncMessage, flag7) == 8, "flag7 at 8");
-_Static_assert(offsetof(TarvelAsyncMessage, flag6) == 9, "flag6 at 9");
-_Static_assert(offsetof(TarvelAsyncMessage, flag5) == 10, "flag5 at 10");
-_Static_assert(offsetof(TarvelAsyncMessage, flag4) == 11, "flag4 at 11");
-_Static_assert(offsetof(TarvelAsyncMessage, timestamp) == 12, "timestamp at 12");
-
 /* Must match the frame the launcher injects. */
 #define FRAME_ID 0x123u
 static const unsigned char kFrameData[12] = {0x10, 0x21, 0x32, 0x43, 0x54, 0x65,
