@@ -45,10 +45,4 @@ protected:
     SerialPort port;
 };
 
-inline ByteVector allByteValues() {
-    ByteVector v(256);
-    for (int i = 0; i < 256; ++i) v[static_cast<std::size_t>(i)] = static_cast<unsigned char>(i);
-    return v;
-}
-
 #endif
