@@ -1,21 +1,13 @@
-/*
- * A plain C caller driving one session through the flat interface, against
- * the device simulator. Started by the launcher test (CApiProgramTest.cpp):
- *
- *   capi_end_to_end <port> <trace file>
- *
- * While this program runs, the launcher keeps putting one CAN frame on the
- * simulated bus (channel 0, identifier 0x123, flag 7, the 12 bytes of
- * kFrameData); the request made below has the device report it. The Windows
- * build runs it under wine (tests/windows/run-wine-tests.sh), where tarvel-sim
- * puts that frame on the bus itself (--inject).
- * Exit status 0 when every check held.
- */
+/* A plain C caller driving one session through the flat interface, against
+ * the device simulator: capi_end_to_end <port> <trace file>, started by
+ * CApiProgramTest.cpp, which meanwhile keeps putting one CAN frame on the bus
+ * (channel 0, identifier 0x123, flag 7, the 12 bytes of kFrameData) for the
+ * request below; under wine (run-wine-tests.sh) tarvel-sim injects it itself.
+ * Exit status 0 when every check held. */
 #define _POSIX_C_SOURCE 200809L
 
 #include <stddef.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <time.h>
 
@@ -28,66 +20,39 @@ static const unsigned char kFrameData[12] = {0x10, 0x21, 0x32, 0x43, 0x54, 0x65,
 
 static int failures;
 
-#define CHECK(cond)                                                                                      \
-    do {                                                                                                 \
-        if (!(cond)) {                                                                                   \
-            fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond);                     \
-            ++failures;                                                                                  \
-        }                                                                                                \
-    } while (0)
-
-#define CHECK_EQ(expected, actual)                                                                       \
-    do {                                                                                                 \
-        long long e_ = (long long)(expected), a_ = (long long)(actual);                                  \
-        if (e_ != a_) {                                                                                  \
-            fprintf(stderr, "%s:%d: %s: expected %lld (%#llx), got %lld (%#llx)\n", __FILE__, __LINE__, \
-                    #actual, e_, (unsigned long long)e_, a_, (unsigned long long)a_);                    \
-            ++failures;                                                                                  \
-        }                                                                                                \
-    } while (0)
-
+/* Counts and reports a failed check; returns whether it held. */
+static int check(long long expected, long long actual, const char* what, int line) {
+    if (expected == actual) return 1;
+    fprintf(stderr, "%s:%d: %s: expected %lld (%#llx), got %lld (%#llx)\n", __FILE__, line, what, expected,
+            (unsigned long long)expected, actual, (unsigned long long)actual);
+    ++failures;
+    return 0;
+}
+#define CHECK_EQ(expected, actual) check((long long)(expected), (long long)(actual), #actual, __LINE__)
+#define CHECK(cond) CHECK_EQ(1, (cond) != 0)
 /* Stops at once: later steps make no sense without this one. */
-#define REQUIRE_EQ(expected, actual)                                                                     \
-    do {                                                                                                 \
-        long long e_ = (long long)(expected), a_ = (long long)(actual);                                  \
-        if (e_ != a_) {                                                                                  \
-            fprintf(stderr, "%s:%d: %s: expected %lld, got %lld; giving up\n", __FILE__, __LINE__,       \
-                    #actual, e_, a_);                                                                    \
-            return 1;                                                                                    \
-        }                                                                                                \
-    } while (0)
+#define REQUIRE_EQ(expected, actual) do { if (!CHECK_EQ(expected, actual)) return 1; } while (0)
 
 /* What the session printed on ERR and INF through the callbacks. */
 static char errLog[1 << 16];
 static char infLog[1 << 16];
 
-static void append(char* log, size_t size, const char* text) {
-    size_t used = strlen(log);
-    if (used + 1 < size) strncat(log, text, size - used - 1);
-}
-static void onErr(const char* text) { append(errLog, sizeof errLog, text); }
-static void onInf(const char* text) { append(infLog, sizeof infLog, text); }
-
-static long long nowMs(void) {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return (long long)ts.tv_sec * 1000 + ts.tv_nsec / 1000000;
-}
+static void onErr(const char* text) { strncat(errLog, text, sizeof errLog - strlen(errLog) - 1); }
+static void onInf(const char* text) { strncat(infLog, text, sizeof infLog - strlen(infLog) - 1); }
 
 static void pauseMs(long ms) {
     struct timespec ts = {0, ms * 1000000L};
     nanosleep(&ts, NULL);
 }
 
-/* The whole file as a string (caller frees), or NULL. Read as text: the
- * trace is a text file, with CR LF line ends on Windows. */
-static char* readFile(const char* path) {
+/* The whole file as a string, or NULL. Read as text: the trace is a text
+ * file, with CR LF line ends on Windows. */
+static const char* readFile(const char* path) {
+    static char text[1 << 20];
     FILE* f = fopen(path, "r");
     if (!f) return NULL;
-    char* text = calloc(1, 1 << 20);
-    size_t n = text ? fread(text, 1, (1 << 20) - 1, f) : 0;
+    text[fread(text, 1, sizeof text - 1, f)] = '\0';
     fclose(f);
-    if (text) text[n] = '\0';
     return text;
 }
 
@@ -108,7 +73,6 @@ static void checkPrinting(Tarvel* t, const char* scratchPath) {
     CHECK_EQ(0, ClearPrintFunctionTarvel(t, onInf, INF));
     PrintfInfTarvel(t, "not seen\n");
     CHECK(strstr(infLog, "not seen") == NULL);
-    CHECK_EQ(-1, ClearPrintFunctionTarvel(t, onInf, (LOG_LEVELS_TARVEL)3));
     CHECK_EQ(0, SetPrintFunctionTarvel(t, onInf, INF));
 
     /* FILE* sinks receive the text unchanged. */
@@ -139,23 +103,13 @@ static void checkTransmit(Tarvel* t) {
 
     int handler = AddMessageTarvel(t, &msg, data);
     CHECK(handler > 0);
-    if (handler <= 0) return;
-    int signal = AddSignalTarvel(t, (unsigned short)handler, 0, 8, 15, 0);
+    int signal = handler > 0 ? AddSignalTarvel(t, (unsigned short)handler, 0, 8, 15, 0) : 0;
     CHECK(signal > 0);
     if (signal > 0) {
         CHECK_EQ(0, SignalChangeValueTarvel(t, (unsigned short)signal, 0x5A, false, true));
-        CHECK_EQ(0, SignalChangeValueTarvel(t, (unsigned short)signal, 0x5B, false, false));
         CHECK_EQ(0, ExecuteSignalChangeTarvel(t, true));
-        CHECK_EQ(0, ChangeSignalSgroupTarvel(t, 0, 0x42));
-        CHECK_EQ(0, SetSignalControlTarvel(t, (unsigned short)signal, 1, 10, 20, 30));
         CHECK_EQ(0, RemoveSignalTarvel(t, (unsigned short)signal));
     }
-    CHECK_EQ(-31, AddSignalTarvel(t, (unsigned short)handler, 0, 9, 8, 0));
-    CHECK_EQ(handler, GetHandlerTarvel(t, 0, 0, 0x321, false, false, false));
-    CHECK_EQ(0, DisableMessageTarvel(t, (unsigned short)handler));
-    CHECK_EQ(0, EnableMessageTarvel(t, (unsigned short)handler));
-    CHECK_EQ(0, SetMessageDataTarvel(t, (unsigned short)handler, data, NULL, false, true));
-    CHECK_EQ(-31, SetMessageDataTarvel(t, 0xFFF0, data, NULL, false, true));
 
     /* DLC 16 with data: this entry point's own refusal; without data the member's. */
     msg.dlc = 16;
@@ -173,105 +127,57 @@ static void checkTransmit(Tarvel* t) {
     int second = AddMessageTarvel(t, &msg, NULL);
     CHECK(second > 0 && second != handler);
     if (second > 0) CHECK_EQ(0, RemoveMessageTarvel(t, (unsigned short)second));
-
-    unsigned char crc[16];
-    for (int i = 0; i < 16; ++i) crc[i] = (unsigned char)i;
-    int crcHandler = AddCrcTarvel(t, crc);
-    CHECK(crcHandler > 0);
-    if (crcHandler > 0) {
-        CHECK_EQ(0, ChangeCrcTarvel(t, (unsigned short)crcHandler, crc));
-        CHECK_EQ(0, ChangeCrcTarvel(t, (unsigned short)crcHandler, NULL));
-        CHECK_EQ(0, DisableCrcTarvel(t, (unsigned short)crcHandler));
-    }
-    CHECK_EQ(0, BlobRemoveTarvel(t));
-}
-
-/* After a restart the device is deaf for a while: ask until it answers. */
-static int waitForDevice(Tarvel* t) {
-    const long long deadline = nowMs() + 10000;
-    int version;
-    while ((version = GetVersionTarvel(t)) != 100 && nowMs() < deadline) pauseMs(20);
-    return version;
-}
-
-static void checkRestarts(Tarvel* t) {
-    /* Reboot waits for the device itself. */
-    CHECK_EQ(0, RebootTarvel(t, false));
-    CHECK_EQ(100, GetVersionTarvel(t));
-    CHECK_EQ(0, ResetTarvel(t));
-    CHECK_EQ(100, waitForDevice(t));
-    CHECK_EQ(0, BootloaderTarvel(t));
-    CHECK_EQ(100, waitForDevice(t));
 }
 
 static void checkDevice(Tarvel* t) {
     CHECK_EQ(100, GetVersionTarvel(t));
-
-    long long deviceTime = -1;
-    CHECK_EQ(0, SetTimeTarvel(t, 123456));
-    CHECK_EQ(0, GetTimeTarvel(t, &deviceTime));
-    CHECK(deviceTime >= 123456 && deviceTime <= 0xFFFFFFFFLL);
-    CHECK_EQ(-2, GetTimeTarvel(t, NULL));
-
     const unsigned char block[4] = {0xDE, 0xAD, 0xBE, 0xEF};
     unsigned char back[5] = {0, 0, 0, 0, 0x55};
     CHECK_EQ(0, WriteEepromTarvel(t, 40, 4, block));
     CHECK_EQ(0, ReadEepromTarvel(t, 40, 4, back));
     CHECK(memcmp(back, block, 4) == 0);
     CHECK_EQ(0x55, back[4]);
-    CHECK_EQ(-1, WriteEepromTarvel(t, 29, 1, block));
     CHECK_EQ(-1, ReadEepromTarvel(t, 40, 17, back));
     CHECK_EQ(-2, ReadEepromTarvel(t, 40, 4, NULL));
-}
-
-/* Signal reads refused before the session looks at anything. */
-static void checkNullSignalValue(Tarvel* t) {
-    size_t before = strlen(errLog);
-    unsigned int age = 0;
-    CHECK_EQ(-5, SignalReadValue32Tarvel(t, 999, NULL, &age, true));
-    CHECK_EQ(-5, SignalReadValue64Tarvel(t, 999, NULL, NULL, true));
-    CHECK_EQ(before, strlen(errLog));
 }
 
 static int checkReception(Tarvel* t) {
     TarvelAsyncMessage msg, untouched;
     unsigned char buf[64];
 
-    /* Receiver stopped: no report, and the caller's structure stays as it was. */
+    /* Receiver stopped: the caller's structure stays as it was. */
     memset(&msg, 0xAA, sizeof msg);
     untouched = msg;
-    errLog[0] = '\0';
     CHECK_EQ(-1, ReadAsyncMsgTarvel(t, 0x10000 | FRAME_ID, &msg, buf, sizeof buf));
     CHECK(memcmp(&msg, &untouched, sizeof msg) == 0);
-    CHECK(strstr(errLog, "Tarvel::ReadAsyncMessage: Receiving thread is not running!\n") != NULL);
     unsigned int v32 = 0;
     CHECK_EQ(-3, SignalReadValue32Tarvel(t, 1, &v32, NULL, true));
 
+    /* A null value is refused before the session looks at anything: -5, not
+     * -3 as above, and without a message. */
+    errLog[0] = '\0';
+    CHECK_EQ(-5, SignalReadValue32Tarvel(t, 999, NULL, &v32, true));
+    CHECK_EQ(-5, SignalReadValue64Tarvel(t, 999, NULL, NULL, true));
+    CHECK_EQ(0, strlen(errLog));
+
     REQUIRE_EQ(0, StartReceiverTarvel(t));
-    CHECK_EQ(1, StartReceiverTarvel(t));
     CHECK_EQ(1, GetInternalThreadStatus(t) & 1);
 
     const int key = RequestMessageTarvel(t, 0x01, FRAME_ID, false, false, 9, false, false, NULL);
     REQUIRE_EQ(0x10000 | FRAME_ID, key);
     const int sig32 = RequestSignalTarvel(t, key, 4, 15);
     const int sig64 = RequestSignalTarvel(t, key, 8, 71);
-    CHECK_EQ(1, sig32);
-    CHECK_EQ(2, sig64);
-    CHECK_EQ(-1, RequestSignalTarvel(t, key, 10, 9));
+    CHECK(sig32 == 1 && sig64 == 2);
 
-    /* Wait for the first report of the injected frame. */
-    const long long deadline = nowMs() + 5000;
-    int rc;
-    while ((rc = ReadAsyncMsgTarvel(t, key, &msg, NULL, 0)) == -1 && nowMs() < deadline) pauseMs(5);
+    /* Wait (at least 5 s) for the first report of the injected frame; null data copies nothing. */
+    int rc = -1;
+    for (int i = 0; i < 1000 && (rc = ReadAsyncMsgTarvel(t, key, &msg, NULL, 0)) == -1; ++i) pauseMs(5);
     REQUIRE_EQ(0, rc);
     CHECK_EQ(FRAME_ID, msg.key);
     CHECK_EQ(FRAME_ID, msg.handler);
     CHECK_EQ(0, msg.channel);
     CHECK_EQ(9, msg.dlc);
     CHECK_EQ(1, msg.flag7);
-    CHECK_EQ(0, msg.flag6);
-    CHECK_EQ(0, msg.flag5);
-    CHECK_EQ(0, msg.flag4);
 
     /* maxLen limits the copy; the rest of the buffer is not written. */
     memset(buf, 0xEE, sizeof buf);
@@ -297,19 +203,13 @@ static int checkReception(Tarvel* t) {
     CHECK(age < 60000);
     CHECK_EQ(0, SignalReadValue64Tarvel(t, (unsigned short)sig64, &v64, NULL, true));
     CHECK(v64 == 0x9887766554433221ULL);
-    CHECK_EQ(-1000, SignalReadValue64Tarvel(t, (unsigned short)sig64, &v64, NULL, false));
-    CHECK_EQ(-4, SignalReadValue32Tarvel(t, 7, &v32, NULL, true));
-    checkNullSignalValue(t);
 
     /* The request's handler is the low half of its identifier; the last
      * report stays readable after the request is gone. */
-    CHECK_EQ(0, DisableRequestTarvel(t, FRAME_ID));
-    CHECK_EQ(0, EnableRequestTarvel(t, FRAME_ID));
     CHECK_EQ(0, RemoveRequestTarvel(t, FRAME_ID));
     CHECK_EQ(12, ReadAsyncMsgTarvel(t, key, &msg, buf, 64));
 
     StopReceiverTarvel(t);
-    CHECK_EQ(0, GetInternalThreadStatus(t) & 1);
     return 0;
 }
 
@@ -337,19 +237,16 @@ int main(int argc, char** argv) {
     DebugCommTarvel(t, tracePath);
 
     REQUIRE_EQ(0, ConnectTarvel(t, port, 1000, 1000));
-    CHECK_EQ(0, GetInternalThreadStatus(t) & 1);
     checkDevice(t);
     checkTransmit(t);
-    checkNullSignalValue(t);
-
-    checkRestarts(t);
-
+    /* Reboot waits for the device itself. */
+    CHECK_EQ(0, RebootTarvel(t, false));
+    CHECK_EQ(100, GetVersionTarvel(t));
     if (checkReception(t)) return 1;
-
     CHECK_EQ(0, DisconnectTarvel(t));
     DebugCommTarvel(t, NULL); /* closes the trace */
 
-    char* trace = readFile(tracePath);
+    const char* trace = readFile(tracePath);
     CHECK(trace != NULL);
     if (trace) {
         CHECK(strstr(trace, "stale content") == NULL);
@@ -357,7 +254,6 @@ int main(int argc, char** argv) {
         CHECK(strstr(trace, ":<< 0x") != NULL);
         CHECK(strstr(trace, "capi err") == NULL);
         CHECK(strstr(trace, "Tarvel::AddMessageTarvel: Invalid DLC value: 16.\n") != NULL);
-        free(trace);
     }
 
     errLog[0] = '\0';

@@ -1,14 +1,19 @@
-// The session's logging front: default sinks, forwarding, copies.
+// The session's logging front: default sinks, the packet trace lines, the trace file, copies.
 #include "Tarvel.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdarg>
+#include <cstdint>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <regex>
 #include <sstream>
-#include <stdexcept>
 #include <string>
+#include <thread>
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -25,163 +30,271 @@ private:
     std::streambuf* m_old;
 };
 
-std::string g_log;
-void record(const char* text) {
-    g_log += text;
-}
-void recordOther(const char* text) {
-    g_log += std::string("other:") + text;
-}
-
-FILE* g_orderFile = nullptr;
-long g_filePosSeenByCallback = -1;
-void noteFilePosition(const char*) {
-    g_filePosSeenByCallback = std::ftell(g_orderFile);
-}
-
-void viaErrList(Tarvel& t, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    t.vPrintf_err(format, args);
-    va_end(args);
-}
-
-void viaInfList(Tarvel& t, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    t.vPrintf_inf(format, args);
-    va_end(args);
-}
-
-LOG_LEVELS_TARVEL levelFromInt(int v) {
-    return static_cast<LOG_LEVELS_TARVEL>(v);
-}
-
 } // namespace
 
-TEST(SessionLogging, NewSessionWritesErrorsToCerrAndInformationToCout) {
+TEST(SessionLogging, DefaultSinksAndTheirRemoval) {
     StreamCapture err(std::cerr);
     StreamCapture out(std::cout);
     Tarvel t;
     t.Printf_err("x%d\n", 1);
-    EXPECT_EQ(err.str(), "x1\n");
-    EXPECT_EQ(out.str(), "");
     t.Printf_inf("y%s\n", "2");
-    EXPECT_EQ(err.str(), "x1\n");
-    EXPECT_EQ(out.str(), "y2\n");
-    // The trace channel has no sink by default.
     t.DataPrint(ByteVector{1, 2, 3}, 1);
     EXPECT_EQ(err.str(), "x1\n");
     EXPECT_EQ(out.str(), "y2\n");
-}
 
-TEST(SessionLogging, ArgumentListFormsUseTheirChannel) {
-    Tarvel t;
-    std::ostringstream err, inf;
-    t.ClearPrintStream();
-    ASSERT_EQ(t.SetPrintStream(err, ERR), 0);
-    ASSERT_EQ(t.SetPrintStream(inf, INF), 0);
-    viaErrList(t, "e%03d|%s\n", 7, "a");
-    viaInfList(t, "i%x\n", 255u);
-    EXPECT_EQ(err.str(), "e007|a\n");
-    EXPECT_EQ(inf.str(), "iff\n");
-}
-
-TEST(SessionLogging, SinkLimitsCountTheDefaultSinks) {
-    Tarvel t;
+    // ERR holds std::cerr, COM starts empty; the session has three channels.
     std::ostringstream s;
-    // ERR already holds std::cerr: four more fit.
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(t.SetPrintStream(s, ERR), 0) << i;
-    }
-    EXPECT_EQ(t.SetPrintStream(s, ERR), -2);
-    // COM starts empty: five fit.
     for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(t.SetPrintStream(record, COM), 0) << i;
+        EXPECT_EQ(t.SetPrintStream(s, COM), 0) << i;
+        EXPECT_EQ(t.SetPrintStream(s, ERR), i < 4 ? 0 : -2) << i;
     }
     EXPECT_EQ(t.SetPrintStream(stdout, COM), -2);
-    // The session has three channels; levels compare unsigned.
-    EXPECT_EQ(t.SetPrintStream(s, levelFromInt(3)), -1);
-    EXPECT_EQ(t.SetPrintStream(record, levelFromInt(-1)), -1);
-    EXPECT_EQ(t.ClearPrintStream(stdout, levelFromInt(3)), -1);
-}
+    EXPECT_EQ(t.SetPrintStream(s, static_cast<LOG_LEVELS_TARVEL>(3)), -1);
+    EXPECT_EQ(t.ClearPrintStream(s), 0);
 
-TEST(SessionLogging, DuplicateCallbackIsCalledTwiceAndRemovedAtOnce) {
-    Tarvel t;
-    t.ClearPrintStream();
-    g_log.clear();
-    ASSERT_EQ(t.SetPrintStream(record, INF), 0);
-    ASSERT_EQ(t.SetPrintStream(record, INF), 0);
-    t.Printf_inf("m;");
-    EXPECT_EQ(g_log, "m;m;");
-    EXPECT_EQ(t.ClearPrintStream(record, INF), 0);
-    t.Printf_inf("n;");
-    EXPECT_EQ(g_log, "m;m;");
-}
-
-TEST(SessionLogging, RemovingCerrKeepsFileThenCallbackInOrder) {
-    StreamCapture err(std::cerr);
-    Tarvel t;
-    g_orderFile = std::tmpfile();
-    ASSERT_NE(g_orderFile, nullptr);
-    g_filePosSeenByCallback = -1;
-    ASSERT_EQ(t.SetPrintStream(g_orderFile, ERR), 0);
-    ASSERT_EQ(t.SetPrintStream(noteFilePosition, ERR), 0);
+    // Without std::cerr, the file and then the callback still get ERR, in that order.
+    static FILE* file = nullptr;
+    static long filePosSeenByCallback = -1;
+    file = std::tmpfile();
+    ASSERT_NE(file, nullptr);
+    ASSERT_EQ(t.SetPrintStream(file, ERR), 0);
+    ASSERT_EQ(t.SetPrintStream([](const char*) { filePosSeenByCallback = std::ftell(file); }, ERR), 0);
     EXPECT_EQ(t.ClearPrintStream(std::cerr, ERR), 0);
     t.Printf_err("abc");
-    EXPECT_EQ(err.str(), "");
-    // The callback ran after the file had received the text.
-    EXPECT_EQ(g_filePosSeenByCallback, 3);
-    std::fclose(g_orderFile);
-    g_orderFile = nullptr;
-}
+    EXPECT_EQ(err.str(), "x1\n");
+    EXPECT_EQ(filePosSeenByCallback, 3);
 
-TEST(SessionLogging, ClearAllThenCoutOnErr) {
-    StreamCapture err(std::cerr);
-    StreamCapture out(std::cout);
-    Tarvel t;
+    // Clearing everything takes std::cout off INF too.
     EXPECT_EQ(t.ClearPrintStream(), 0);
     t.Printf_inf("lost\n");
-    EXPECT_EQ(t.SetPrintStream(std::cout, ERR), 0);
-    t.Printf_err("e\n");
-    EXPECT_EQ(out.str(), "e\n");
-    EXPECT_EQ(err.str(), "");
+    EXPECT_EQ(out.str(), "y2\n");
+    std::fclose(file);
 }
 
-TEST(SessionLogging, CopySharesSinksAndKeepsItsOwnLists) {
-    Tarvel original;
-    original.ClearPrintStream();
-    g_log.clear();
-    ASSERT_EQ(original.SetPrintStream(record, ERR), 0);
+namespace {
 
-    Tarvel copy(original);
-    copy.Printf_err("c;");
-    EXPECT_EQ(g_log, "c;");
-    // The copy got no default sinks of its own: ERR still has room for four.
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(copy.SetPrintStream(recordOther, ERR), 0);
+std::string g_err;
+void recordErr(const char* text) {
+    g_err += text;
+}
+
+std::string readFile(const fs::path& path) {
+    std::ifstream in(path); // text mode: the trace is written as text
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+const std::string kSeparator = "\n" + std::string(80, '-');
+
+class Trace : public ::testing::Test {
+protected:
+    void SetUp() override {
+        tarvel.ClearPrintStream();
+        g_err.clear();
+        ASSERT_EQ(tarvel.SetPrintStream(recordErr, ERR), 0);
+        ASSERT_EQ(tarvel.SetPrintStream(com, COM), 0);
+        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        dir = fs::temp_directory_path() /
+              ("tarvel_trace_" + std::string(info->name()) + "_" + std::to_string(Tarvel::GetTickMs()));
+        fs::create_directories(dir);
     }
-    EXPECT_EQ(copy.SetPrintStream(recordOther, ERR), -2);
-    copy.ClearPrintStream(record);
-    g_log.clear();
-    original.Printf_err("o;");
-    EXPECT_EQ(g_log, "o;");
+    void TearDown() override {
+        tarvel.DebugComm(nullptr, 0);
+        std::error_code ignored;
+        fs::remove_all(dir, ignored);
+    }
+
+    // The line DataPrint writes, with the clock value checked and cut off.
+    std::string traced(const ByteVector& data, int direction) {
+        com.str("");
+        const auto before = static_cast<uint32_t>(Tarvel::GetTickMs());
+        tarvel.DataPrint(data, direction);
+        const auto after = static_cast<uint32_t>(Tarvel::GetTickMs());
+        // The clock value comes first; with direction 0 the bytes follow it
+        // directly, so match it against the clock readings around the call.
+        const std::string line = com.str();
+        for (uint32_t stamp = before; stamp != after + 1; ++stamp) {
+            const std::string prefix = std::to_string(stamp);
+            if (line.compare(0, prefix.size(), prefix) == 0) {
+                return line.substr(prefix.size());
+            }
+        }
+        ADD_FAILURE() << "no clock value between " << before << " and " << after << " in: " << line;
+        return line;
+    }
+
+    // Opens the trace file `name` in the test's directory; returns its path.
+    std::string trace(const char* name, int mode = 0) {
+        const std::string path = (dir / name).string();
+        tarvel.DebugComm(path.c_str(), mode);
+        return path;
+    }
+
+    Tarvel tarvel;
+    std::ostringstream com;
+    fs::path dir;
+};
+
+} // namespace
+
+TEST_F(Trace, LineFormatPerDirection) {
+    EXPECT_EQ(traced({0x03, 0x04, 0x09, 0x00, 0x10}, 1), ":>> 0x03 0x04 0x09 0x00 0x10 \n");
+    EXPECT_EQ(traced({0x02, 0x80, 0x00, 0x82}, -1), ":<< 0x02 0x80 0x00 0x82 " + kSeparator + "\n");
+    EXPECT_EQ(traced({0x0A, 0xFF, 0x00}, -2), ":<< ERROR! 0x0A 0xFF 0x00 " + kSeparator + "\n");
+    EXPECT_EQ(traced({0xAB}, -10), ":<< ERROR! 0xAB " + kSeparator + "\n");
+    EXPECT_EQ(traced({0x5C}, 0), "0x5C " + kSeparator + "\n");
+    EXPECT_EQ(traced({}, 1), ":>> \n");
+    EXPECT_EQ(traced({}, 0), kSeparator + "\n");
+    EXPECT_EQ(traced({0x25}, 7), ":>> 0x25 \n");
+
+    // A long packet is one line.
+    ByteVector data(256);
+    for (std::size_t i = 0; i < data.size(); ++i) {
+        data[i] = static_cast<unsigned char>(i);
+    }
+    const std::string line = traced(data, 1);
+    ASSERT_EQ(line.size(), 4 + 256 * 5 + 1);
+    EXPECT_EQ(line.substr(4, 15), "0x00 0x01 0x02 ");
+    EXPECT_EQ(line.substr(line.size() - 11), "0xFE 0xFF \n");
+    EXPECT_TRUE(g_err.empty()) << g_err;
 }
 
-TEST(SessionLogging, AssignmentTakesOverSinks) {
-    Tarvel source;
-    Tarvel target;
-    source.ClearPrintStream();
-    target.ClearPrintStream();
-    g_log.clear();
-    ASSERT_EQ(source.SetPrintStream(record, INF), 0);
-    ASSERT_EQ(target.SetPrintStream(recordOther, INF), 0);
-    target = source;
-    target.Printf_inf("t;");
-    EXPECT_EQ(g_log, "t;");
+TEST_F(Trace, FileCollectsAllChannelsAndIsWrittenThrough) {
+    tarvel.DebugComm(nullptr, 0); // no trace open: nothing to do
+    const std::string path = trace("trace.log");
+    tarvel.Printf_err("e1\n");
+    tarvel.Printf_inf("i1\n");
+    tarvel.DataPrint({0x01}, 1);
+    // Read while the file is still open: every line is already there.
+    const std::string content = readFile(path);
+    EXPECT_TRUE(std::regex_match(content, std::regex("e1\ni1\n[0-9]+:>> 0x01 \n"))) << content;
+    EXPECT_EQ(g_err, "e1\n");
 
-    Tarvel& alias = target;
-    target = alias;
-    target.Printf_inf("u;");
-    EXPECT_EQ(g_log, "t;u;");
+    // A null name closes the trace; later output no longer reaches the file.
+    tarvel.DebugComm(nullptr, 0);
+    tarvel.Printf_inf("after\n");
+    EXPECT_EQ(readFile(path), content);
+}
+
+TEST_F(Trace, ReopeningTruncatesOrAppendsAndAttachesOnce) {
+    const std::string path = trace("again.log");
+    tarvel.Printf_inf("first\n");
+    trace("again.log");
+    EXPECT_EQ(readFile(path), "");
+    tarvel.Printf_inf("second\n");
+    trace("again.log", static_cast<int>(std::ios_base::app));
+    tarvel.Printf_err("third\n");
+    EXPECT_EQ(readFile(path), "second\nthird\n");
+    // The file holds one slot per channel, not two: four more sinks still fit on INF.
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(tarvel.SetPrintStream(com, INF), i < 4 ? 0 : -2) << i;
+    }
+}
+
+TEST_F(Trace, UnopenableFileIsReportedAndNothingAttached) {
+    const std::string name = (dir / "missing" / "trace.log").string();
+    tarvel.DebugComm(name.c_str(), 0);
+    EXPECT_EQ(g_err, "Tarvel::DebugComm: Unable to open file: " + name);
+    EXPECT_FALSE(fs::exists(dir / "missing"));
+    // Nothing was attached: ERR still has four free slots (one is the recorder).
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(tarvel.SetPrintStream(com, ERR), 0);
+    }
+    tarvel.ClearPrintStream(com, ERR);
+
+    // A later good name still works after the failure.
+    g_err.clear();
+    const std::string good = trace("good.log");
+    tarvel.Printf_inf("ok\n");
+    EXPECT_EQ(readFile(good), "ok\n");
+    EXPECT_EQ(g_err, "");
+}
+
+TEST_F(Trace, FullErrChannelIsReportedToItsSinks) {
+    std::ostringstream s[4];
+    for (std::ostringstream& one : s) {
+        ASSERT_EQ(tarvel.SetPrintStream(one, ERR), 0);
+    }
+    const std::string path = trace("full.log");
+    const std::string expected =
+        "Tarvel::DebugComm: Unable to add filestream to ERR channel. (max streams target reached)";
+    EXPECT_EQ(g_err, expected);
+    for (const std::ostringstream& one : s) {
+        EXPECT_EQ(one.str(), expected);
+    }
+    // INF and COM still reach the file, ERR doesn't.
+    tarvel.Printf_err("not in file\n");
+    tarvel.Printf_inf("inf\n");
+    tarvel.DataPrint({0x7F}, 1);
+    EXPECT_TRUE(std::regex_match(readFile(path), std::regex("inf\n[0-9]+:>> 0x7F \n"))) << readFile(path);
+}
+
+TEST_F(Trace, FullInfAndComChannelsAreReportedOnErr) {
+    std::ostringstream s;
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_EQ(tarvel.SetPrintStream(s, INF), 0);
+        ASSERT_EQ(tarvel.SetPrintStream(s, COM), i < 4 ? 0 : -2);
+    }
+    const std::string path = trace("partial.log");
+    EXPECT_EQ(g_err, "Tarvel::DebugComm: Unable to add filestream to INF channel. (max streams target reached)"
+                     "Tarvel::DebugComm: Unable to add filestream to COM channel. (max streams target reached)");
+    // The ERR attachment worked, so the file got both reports too.
+    EXPECT_EQ(readFile(path), g_err);
+}
+
+TEST_F(Trace, CopiesTakeOverSinksAndAssignmentClosesTheTrace) {
+    const std::string path = trace("assigned.log");
+    tarvel.Printf_inf("before\n");
+    Tarvel& self = tarvel;
+    tarvel = self;
+    tarvel.Printf_inf("self\n");
+    EXPECT_EQ(readFile(path), "before\nself\n");
+
+    Tarvel source;
+    source.ClearPrintStream();
+    std::ostringstream taken;
+    ASSERT_EQ(source.SetPrintStream(taken, INF), 0);
+    // A copy shares the sinks and gets no default ones of its own: ERR has room for five.
+    Tarvel copy(source);
+    copy.Printf_inf("copy\n");
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(copy.SetPrintStream(com, ERR), i < 5 ? 0 : -2) << i;
+    }
+    tarvel = source;
+    tarvel.Printf_inf("after\n");
+    EXPECT_EQ(taken.str(), "copy\nafter\n");
+    EXPECT_EQ(readFile(path), "before\nself\n");
+    // The target's fresh stream can trace again.
+    trace("assigned.log");
+    tarvel.Printf_inf("again\n");
+    EXPECT_EQ(readFile(path), "again\n");
+}
+
+TEST_F(Trace, LinesOfTwoThreadsReachFileAndStreamWhole) {
+    // The receiver thread and the application thread trace at the same time.
+    const std::string path = trace("threads.log");
+    const int lines = 2000;
+    auto traceLines = [this, lines](unsigned char tag) {
+        for (int i = 0; i < lines; ++i) {
+            tarvel.DataPrint({tag, static_cast<unsigned char>(i)}, 1);
+        }
+    };
+    std::thread other(traceLines, 0xAA);
+    traceLines(0xBB);
+    other.join();
+    tarvel.DebugComm(nullptr, 0);
+
+    // Every line is "<clock>:>> 0xAA 0x.. " or the same with 0xBB.
+    const std::regex shape("[0-9]+:>> 0x(AA|BB) 0x[0-9A-F]{2} ");
+    for (const std::string& text : {readFile(path), com.str()}) {
+        int perTag[2] = {0, 0};
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) {
+            ASSERT_TRUE(std::regex_match(line, shape)) << line;
+            ++perTag[line.find(":>> 0xAA") != std::string::npos ? 0 : 1];
+        }
+        EXPECT_EQ(perTag[0], lines);
+        EXPECT_EQ(perTag[1], lines);
+    }
 }

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-
 using tarvel::buildPacket;
 using tarvel::nextMessageId;
 
@@ -14,37 +13,21 @@ TEST(Packet, KnownPackets) {
     // Untracked commands carry id 4.
     EXPECT_EQ(buildPacket(tarvel::kUntrackedMessageId, Tarvel::EXECUTE_SIGNAL_CHANGE, {}),
               (ByteVector{0x01, 0x04, 0x17, 0x00, 0x1C}));
-    // The 6th tracked command, with a big-endian handler in front of the payload.
-    uint8_t id = 0;
-    for (int i = 0; i < 6; ++i) {
-        id = nextMessageId(id);
-    }
-    EXPECT_EQ(buildPacket(id, Tarvel::REMOVE_MESSAGE, {0x12, 0x34}),
+    // The 6th tracked command (id 0x0A), with a big-endian handler in front of the payload.
+    EXPECT_EQ(buildPacket(0x0A, Tarvel::REMOVE_MESSAGE, {0x12, 0x34}),
               (ByteVector{0x03, 0x0A, 0x02, 0x12, 0x34, 0x00, 0x55}));
     // The checksum carries into its high byte.
     EXPECT_EQ(buildPacket(0x05, Tarvel::ADD_MESSAGE, {0xFF, 0xFF}),
               (ByteVector{0x03, 0x05, 0x01, 0xFF, 0xFF, 0x02, 0x07}));
 }
 
-TEST(Packet, LengthByteAndChecksumOfLongPayloads) {
-    ByteVector payload(254, 0xFF);
-    ByteVector packet = buildPacket(0xFF, 0xFF, payload);
+TEST(Packet, LengthByteAndChecksumOfTheLongestPayload) {
+    const ByteVector packet = buildPacket(0xFF, 0xFF, ByteVector(254, 0xFF));
     ASSERT_EQ(packet.size(), 259u);
     EXPECT_EQ(packet[0], 0xFF);
     // 257 bytes of 0xFF: 65535, the largest sum before the wrap.
     EXPECT_EQ(packet[257], 0xFF);
     EXPECT_EQ(packet[258], 0xFF);
-
-    // Beyond 254 the length byte wraps; the sum wraps at 65536.
-    payload.assign(300, 0xFF);
-    packet = buildPacket(0x05, 0x01, payload);
-    ASSERT_EQ(packet.size(), 305u);
-    EXPECT_EQ(packet[0], static_cast<unsigned char>(301 & 0xFF));
-    const uint32_t total = (301 & 0xFF) + 0x05 + 0x01 + 300u * 0xFF;
-    EXPECT_EQ(packet[303], (total >> 8) & 0xFF);
-    EXPECT_EQ(packet[304], total & 0xFF);
-    EXPECT_EQ(tarvel::sum16(packet.data(), 303), total & 0xFFFF);
-    EXPECT_EQ(packet.capacity(), packet.size());
 }
 
 TEST(Packet, MessageIdSequenceSkipsReservedIds) {

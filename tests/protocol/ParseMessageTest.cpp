@@ -1,6 +1,5 @@
 // Validation of device packets: results, reports on ERR, trace lines on COM.
 #include "Tarvel.h"
-#include "protocol/Packet.h"
 
 #include <gtest/gtest.h>
 
@@ -17,20 +16,29 @@ void recordErr(const char* text) {
 
 const std::string kSeparator = "\n" + std::string(80, '-') + "\n";
 
+// "0x01 0x0A " for {0x01, 0x0A}.
+std::string hex(const ByteVector& bytes) {
+    static const char digits[] = "0123456789ABCDEF";
+    std::string out;
+    for (unsigned char b : bytes) {
+        out += {'0', 'x', digits[b >> 4], digits[b & 15], ' '};
+    }
+    return out;
+}
+
+const RecvMessage kUntouched{0x77, 0x66, {0x55}};
+
 class Validation : public ::testing::Test {
 protected:
     void SetUp() override {
         tarvel.ClearPrintStream();
-        g_err.clear();
         ASSERT_EQ(tarvel.SetPrintStream(recordErr, ERR), 0);
         ASSERT_EQ(tarvel.SetPrintStream(com, COM), 0);
     }
-
-    // A device packet with a right length byte and checksum.
-    static ByteVector devicePacket(uint8_t id, uint8_t response, const ByteVector& data) {
-        return tarvel::buildPacket(id, response, data);
+    void clearOutput() {
+        g_err.clear();
+        com.str("");
     }
-
     // The trace without its clock values, one entry per line.
     std::string trace() const { return std::regex_replace(com.str(), std::regex("(^|\n)[0-9]+:"), "$1:"); }
 
@@ -38,126 +46,73 @@ protected:
     std::ostringstream com;
 };
 
-RecvMessage untouched() {
-    RecvMessage m;
-    m.messageId = 0x77;
-    m.responseId = 0x66;
-    m.data = {0x55};
-    return m;
-}
-
-void expectUntouched(const RecvMessage& m) {
-    EXPECT_EQ(m.messageId, 0x77);
-    EXPECT_EQ(m.responseId, 0x66);
-    EXPECT_EQ(m.data, ByteVector{0x55});
-}
-
 } // namespace
 
-TEST_F(Validation, ParseSoundPackets) {
-    RecvMessage out = untouched();
-    ByteVector packet = devicePacket(0x07, Tarvel::OK, {0x00, 0x2A});
-    ASSERT_EQ(tarvel.ParseMessage(packet, out, 0), 0);
-    EXPECT_EQ(out.messageId, 0x07);
-    EXPECT_EQ(out.responseId, Tarvel::OK);
-    EXPECT_EQ(out.data, (ByteVector{0x00, 0x2A}));
-    EXPECT_EQ(trace(), ":<< 0x03 0x07 0x80 0x00 0x2A 0x00 0xB4 " + kSeparator);
-
-    // Length byte 1: no data, and old data is replaced.
-    com.str("");
-    ASSERT_EQ(tarvel.ParseMessage(devicePacket(0x00, Tarvel::ASYNC_MESSAGE, {}), out, 0), 0);
-    EXPECT_EQ(out.messageId, 0x00);
-    EXPECT_EQ(out.responseId, Tarvel::ASYNC_MESSAGE);
-    EXPECT_TRUE(out.data.empty());
-    EXPECT_EQ(trace(), ":<< 0x01 0x00 0x90 0x00 0x91 " + kSeparator);
-    EXPECT_EQ(g_err, "");
-}
-
-TEST_F(Validation, ParseEmptyPacketIsSilent) {
-    RecvMessage out = untouched();
-    EXPECT_EQ(tarvel.ParseMessage({}, out, 0), -4);
-    expectUntouched(out);
-    EXPECT_EQ(com.str(), "");
-    EXPECT_EQ(g_err, "");
-}
-
-TEST_F(Validation, ParseLengthFaults) {
-    RecvMessage out = untouched();
-    EXPECT_EQ(tarvel.ParseMessage({0x01, 0x0A, 0xFF}, out, 0), -1);
-    EXPECT_EQ(g_err, "Tarvel::GetResponse: BAD Message's length 0x01 0x0A 0xFF !\n");
-    EXPECT_EQ(trace(), ":<< ERROR! 0x01 0x0A 0xFF " + kSeparator);
-
-    // Length byte one too large, checksum right for the bytes present.
-    g_err.clear();
-    com.str("");
-    ByteVector packet = devicePacket(0x05, Tarvel::OK, {0x01});
-    packet[0] = 0x03;
-    const uint16_t sum = tarvel::sum16(packet.data(), packet.size() - 2);
-    packet[4] = static_cast<unsigned char>(sum >> 8);
-    packet[5] = static_cast<unsigned char>(sum);
-    EXPECT_EQ(tarvel.ParseMessage(packet, out, 0), -1);
-    EXPECT_EQ(g_err, "Tarvel::GetResponse: BAD Message's length 0x03 0x05 0x80 0x01 0x00 0x89 !\n");
-
-    // Four bytes (length byte 0) with a right checksum hold no response id.
-    g_err.clear();
-    com.str("");
-    EXPECT_EQ(tarvel.ParseMessage({0x00, 0x80, 0x00, 0x80}, out, 0), -1);
-    EXPECT_EQ(g_err, "Tarvel::GetResponse: BAD Message's length 0x00 0x80 0x00 0x80 !\n");
-    EXPECT_EQ(trace(), ":<< ERROR! 0x00 0x80 0x00 0x80 " + kSeparator);
-
-    // With a wrong checksum the same four bytes are a checksum fault.
-    g_err.clear();
-    EXPECT_EQ(tarvel.ParseMessage({0x00, 0x80, 0x00, 0x81}, out, 0), -2);
-    EXPECT_EQ(g_err, "Tarvel::GetResponse: BAD Message's Checksum 0x00 0x80 0x00 0x81 !\n");
-    expectUntouched(out);
-}
-
-TEST_F(Validation, ParseChecksumFaultReportsOnlyWhenNotQuiet) {
-    RecvMessage out = untouched();
-    ByteVector packet = devicePacket(0x09, Tarvel::OK, {0x12, 0x34});
-    packet[3] ^= 0x01;
-    EXPECT_EQ(tarvel.ParseMessage(packet, out, 0), -2);
-    EXPECT_EQ(g_err, "Tarvel::GetResponse: BAD Message's Checksum 0x03 0x09 0x80 0x13 0x34 0x00 0xD2 !\n");
-    EXPECT_EQ(trace(), ":<< ERROR! 0x03 0x09 0x80 0x13 0x34 0x00 0xD2 " + kSeparator);
-
-    // Any non-zero quiet level suppresses the report but not the trace line.
-    for (int quiet : {2, 1, -1}) {
-        g_err.clear();
-        com.str("");
-        EXPECT_EQ(tarvel.ParseMessage(packet, out, quiet), -2);
-        EXPECT_EQ(tarvel.ParseMessage({0x01}, out, quiet), -1);
-        EXPECT_EQ(g_err, "") << quiet;
-        EXPECT_EQ(trace(),
-                  ":<< ERROR! 0x03 0x09 0x80 0x13 0x34 0x00 0xD2 " + kSeparator + ":<< ERROR! 0x01 " + kSeparator);
+TEST_F(Validation, ParseMessageResultsReportsAndTrace) {
+    const ByteVector badSum = {0x03, 0x09, 0x80, 0x13, 0x34, 0x00, 0xD2};
+    const std::string bad = "Tarvel::GetResponse: BAD Message's ";
+    const struct {
+        ByteVector packet;
+        int quiet, result;
+        std::string report;
+        RecvMessage out = kUntouched; // faults leave the caller's structure as it was
+    } cases[] = {
+        {{0x03, 0x07, 0x80, 0x00, 0x2A, 0x00, 0xB4}, 0, 0, "", {0x07, Tarvel::OK, {0x00, 0x2A}}},
+        // Length byte 1: no data, and old data is replaced.
+        {{0x01, 0x00, 0x90, 0x00, 0x91}, 0, 0, "", {0x00, Tarvel::ASYNC_MESSAGE, {}}},
+        {{}, 0, -4, ""}, // nothing came: neither a report nor a trace line
+        {{0x01, 0x0A, 0xFF}, 0, -1, bad + "length 0x01 0x0A 0xFF !\n"},
+        // Length byte one too large, checksum right for the bytes present.
+        {{0x03, 0x05, 0x80, 0x01, 0x00, 0x89}, 0, -1, bad + "length 0x03 0x05 0x80 0x01 0x00 0x89 !\n"},
+        // Four bytes (length byte 0) with a right checksum hold no response id;
+        // with a wrong checksum the same four bytes are a checksum fault.
+        {{0x00, 0x80, 0x00, 0x80}, 0, -1, bad + "length 0x00 0x80 0x00 0x80 !\n"},
+        {{0x00, 0x80, 0x00, 0x81}, 0, -2, bad + "Checksum 0x00 0x80 0x00 0x81 !\n"},
+        {badSum, 0, -2, bad + "Checksum 0x03 0x09 0x80 0x13 0x34 0x00 0xD2 !\n"},
+        // Any non-zero quiet level suppresses the report but not the trace line.
+        {badSum, 2, -2, ""},
+        {badSum, 1, -2, ""},
+        {badSum, -1, -2, ""},
+        {{0x01}, 1, -1, ""},
+    };
+    for (const auto& c : cases) {
+        clearOutput();
+        RecvMessage out = kUntouched;
+        EXPECT_EQ(tarvel.ParseMessage(c.packet, out, c.quiet), c.result) << hex(c.packet) << "quiet " << c.quiet;
+        EXPECT_EQ(g_err, c.report);
+        const char* marker = c.result == 0 ? ":<< " : ":<< ERROR! ";
+        EXPECT_EQ(trace(), c.packet.empty() ? "" : marker + hex(c.packet) + kSeparator);
+        EXPECT_EQ(out.messageId, c.out.messageId);
+        EXPECT_EQ(out.responseId, c.out.responseId);
+        EXPECT_EQ(out.data, c.out.data);
     }
-    expectUntouched(out);
 }
 
 TEST_F(Validation, CheckMessageResultsAndReports) {
-    EXPECT_EQ(tarvel.CheckMessage({0x01, 0x02}, false), -1);
-    EXPECT_EQ(g_err, "Tarvel::CheckMessage: Invalid message length. Length: 2\n");
-    g_err.clear();
-    EXPECT_EQ(tarvel.CheckMessage({}, false), -1);
-    EXPECT_EQ(g_err, "Tarvel::CheckMessage: Invalid message length. Length: 0\n");
-    g_err.clear();
-    EXPECT_EQ(tarvel.CheckMessage({0x01, 0x02}, true), -1);
-    EXPECT_EQ(g_err, "");
-
-    // Six bytes give an expected length of 2; the byte says 5.
-    EXPECT_EQ(tarvel.CheckMessage({0x05, 0x01, 0x80, 0x00, 0x00, 0x86}, false), -1);
-    EXPECT_EQ(g_err, "Tarvel::CheckMessage: Invalid message length. Length: 2, Assumed: 5\n");
-    g_err.clear();
-    EXPECT_EQ(tarvel.CheckMessage({0x05, 0x01, 0x80, 0x00, 0x00, 0x86}, true), -1);
-    EXPECT_EQ(g_err, "");
-
-    // Checksum faults are never reported here.
-    ByteVector packet = devicePacket(0x05, Tarvel::OK, {0xFF, 0xFF});
-    EXPECT_EQ(tarvel.CheckMessage(packet, false), 0);
-    packet.back() ^= 0x80;
-    EXPECT_EQ(tarvel.CheckMessage(packet, false), -2);
-    EXPECT_EQ(g_err, "");
-    // Unlike ParseMessage, a right 4-byte packet passes this check.
-    EXPECT_EQ(tarvel.CheckMessage({0x00, 0x80, 0x00, 0x80}, false), 0);
+    const ByteVector wrongLength = {0x05, 0x01, 0x80, 0x00, 0x00, 0x86};
+    const struct {
+        ByteVector packet;
+        bool quiet;
+        int result;
+        std::string report;
+    } cases[] = {
+        {{0x01, 0x02}, false, -1, "Tarvel::CheckMessage: Invalid message length. Length: 2\n"},
+        {{}, false, -1, "Tarvel::CheckMessage: Invalid message length. Length: 0\n"},
+        {{0x01, 0x02}, true, -1, ""},
+        // Six bytes give an expected length of 2; the byte says 5.
+        {wrongLength, false, -1, "Tarvel::CheckMessage: Invalid message length. Length: 2, Assumed: 5\n"},
+        {wrongLength, true, -1, ""},
+        // Checksum faults are never reported here.
+        {{0x03, 0x05, 0x80, 0xFF, 0xFF, 0x02, 0x86}, false, 0, ""},
+        {{0x03, 0x05, 0x80, 0xFF, 0xFF, 0x02, 0x06}, false, -2, ""},
+        // Unlike ParseMessage, a right 4-byte packet passes this check.
+        {{0x00, 0x80, 0x00, 0x80}, false, 0, ""},
+    };
+    for (const auto& c : cases) {
+        g_err.clear();
+        EXPECT_EQ(tarvel.CheckMessage(c.packet, c.quiet), c.result) << hex(c.packet) << "quiet " << c.quiet;
+        EXPECT_EQ(g_err, c.report);
+    }
     // CheckMessage writes no trace.
     EXPECT_EQ(com.str(), "");
 }

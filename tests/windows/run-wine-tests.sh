@@ -74,9 +74,8 @@ status=0
 export WINEPATH
 WINEPATH=$(winepath -w "$build_dir" 2>/dev/null)
 
-# The C caller of the flat interface, first: it needs a device that no other
-# program has configured (it looks up its own message by identifier). Its
-# trace file is given as a Windows path, as an application would.
+# The C caller of the flat interface, first, on a device no other program has
+# configured. Its trace file is given as a Windows path, as an application would.
 capi=$build_dir/tests/windows/capi_end_to_end.exe
 if [ -f "$capi" ]; then
     trace_unix=$build_dir/capi_trace.txt
