@@ -1,5 +1,5 @@
-// Scripted device answers and checks shared by the device, transmit and
-// reception tests.
+// Scripted device answers and checks shared by the session, device, transmit
+// and reception tests.
 #ifndef TARVEL_TEST_SCRIPTED_ANSWERS_H
 #define TARVEL_TEST_SCRIPTED_ANSWERS_H
 
@@ -8,8 +8,9 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <thread>
 #include <optional>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "TarvelAPI.h"
@@ -25,30 +26,30 @@ inline DevicePacket ok(const HostPacket& p, uint16_t value) {
     return {p.messageId, Tarvel::OK, {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)}};
 }
 
-// Answers every packet of `command` with a fixed packet; the model answers the rest.
-inline tarvelsim::Responder answer(uint8_t command, uint8_t responseId, Bytes data) {
+// Answers every packet of `command` (every packet for -1) with what `make`
+// builds for it; the model answers the rest.
+inline tarvelsim::Responder on(int command, std::function<std::vector<DevicePacket>(const HostPacket&)> make) {
     return [=](const HostPacket& p) -> std::optional<std::vector<DevicePacket>> {
-        if (p.command != command) return std::nullopt;
-        return std::vector<DevicePacket>{{p.messageId, responseId, data}};
+        if (command >= 0 && p.command != command) return std::nullopt;
+        return make(p);
     };
 }
 
-// Answers every packet of `command` with the OK value.
-inline tarvelsim::Responder answer(uint8_t command, uint16_t value) {
-    return answer(command, Tarvel::OK, Bytes{static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)});
+inline tarvelsim::Responder answer(int command, uint8_t responseId, Bytes data) {
+    return on(command, [=](const HostPacket& p) { return std::vector<DevicePacket>{{p.messageId, responseId, data}}; });
 }
 
-// Leaves every packet of `command` unanswered.
-inline tarvelsim::Responder ignore(uint8_t command) {
-    return [=](const HostPacket& p) -> std::optional<std::vector<DevicePacket>> {
-        if (p.command != command) return std::nullopt;
-        return std::vector<DevicePacket>{};
-    };
+inline tarvelsim::Responder answer(int command, uint16_t value) {
+    return on(command, [=](const HostPacket& p) { return std::vector<DevicePacket>{ok(p, value)}; });
 }
 
-// Waits until the condition holds (true) or the deadline passes (false).
-inline bool eventually(const std::function<bool()>& condition, int timeoutMs = 5000) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+inline tarvelsim::Responder ignore(int command) {
+    return on(command, [](const HostPacket&) { return std::vector<DevicePacket>{}; });
+}
+
+// Waits until the condition holds (true) or 5 s pass (false).
+inline bool eventually(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -56,14 +57,38 @@ inline bool eventually(const std::function<bool()>& condition, int timeoutMs = 5
     return true;
 }
 
-// The packets logged so far must be exactly one PING: whatever the test did
-// before (on a cleared log) sent nothing.
+// Calls `call` with a short read time-out, for calls the device leaves
+// unanswered; the usual time-out is back afterwards.
+inline int unanswered(Tarvel& tarvel, const std::function<int()>& call) {
+    EXPECT_EQ(0, tarvel.SetTimeout(100, 1000));
+    const int r = call();
+    EXPECT_EQ(0, tarvel.SetTimeout(1000, 1000));
+    return r;
+}
+
+// An operation, the command it sends and the result expected for each answer.
+struct Mapping {
+    std::function<int()> call;
+    uint8_t command;
+    std::vector<std::pair<uint16_t, int>> results; // answer value, result
+};
+
+inline void expectMappings(tarvelsim::Simulator& sim, const std::vector<Mapping>& mappings) {
+    for (const auto& m : mappings) {
+        for (const auto& r : m.results) {
+            sim.setResponder(answer(m.command, r.first));
+            EXPECT_EQ(r.second, m.call()) << "command 0x" << std::hex << int(m.command) << ", answer 0x" << r.first;
+        }
+    }
+    sim.setResponder(nullptr);
+}
+
+// The first packet logged is a PING sent now: whatever the test did before
+// (on a cleared log) sent nothing.
 inline void expectOnlyPingFollows(Tarvel& tarvel, tarvelsim::Simulator& sim) {
     EXPECT_EQ(0, tarvel.Ping());
     ASSERT_TRUE(sim.waitForPackets(1, 5000));
-    const auto log = sim.hostPackets();
-    ASSERT_EQ(1u, log.size());
-    EXPECT_EQ(Tarvel::PING, log[0].command);
+    EXPECT_EQ(Tarvel::PING, sim.hostPackets().at(0).command);
 }
 
 } // namespace scripted

@@ -42,15 +42,14 @@ TEST_F(EndToEnd, ChangedSignalIsReadBackFromTheBus) {
     const int rxSignal = tarvel.RequestSignal(key, 8, 15);
     ASSERT_EQ(1, rxSignal);
 
-    EXPECT_GE(tarvel.SignalChangeValue(static_cast<unsigned short>(txSignal), 0x5A, false, true), 0);
-    EXPECT_GE(tarvel.ExecuteSignalChange(true), 0);
-    unsigned int age = 0xFFFFFFFF;
-    EXPECT_TRUE(reads(1, 0x5Au, &age));
-    EXPECT_LT(age, 5000u);
-
-    EXPECT_GE(tarvel.SignalChangeValue(static_cast<unsigned short>(txSignal), 0xC3, false, true), 0);
-    EXPECT_GE(tarvel.ExecuteSignalChange(true), 0);
-    EXPECT_TRUE(reads(1, 0xC3ULL));
+    for (unsigned short value : {0x5A, 0xC3}) {
+        EXPECT_GE(tarvel.SignalChangeValue(static_cast<unsigned short>(txSignal), value, false, true), 0);
+        EXPECT_GE(tarvel.ExecuteSignalChange(true), 0);
+        unsigned int age = 0xFFFFFFFF;
+        EXPECT_TRUE(reads(1, static_cast<unsigned long long>(value), &age)) << "64-bit read";
+        EXPECT_TRUE(reads(1, static_cast<unsigned int>(value), &age)) << "32-bit read";
+        EXPECT_LT(age, 5000u);
+    }
 }
 
 TEST_F(EndToEnd, InjectedFrameIsReadOnItsChannel) {

@@ -28,36 +28,20 @@ TEST_F(Requests, InvalidDlcSendsNothing) {
     expectOnlyPingFollows(tarvel, sim());
 }
 
-TEST_F(Requests, RequestAnswersAreMapped) {
-    for (uint16_t status : {1, 2, 3, 4, 5, 0xFFFF}) {
-        sim().setResponder(answer(Tarvel::REQUEST_MESSAGE, status));
-        EXPECT_EQ(-21, tarvel.RequestMessage(1, 0x10, false, false, 0, false, false, nullptr)) << status;
-    }
-    for (uint16_t status : {6, 0x1234}) {
-        sim().setResponder(answer(Tarvel::REQUEST_MESSAGE, status));
-        EXPECT_EQ(0x010010, tarvel.RequestMessage(1, 0x10, false, false, 0, false, false, nullptr)) << status;
-    }
+TEST_F(Requests, AnswerMappings) {
+    const auto request = [&] { return tarvel.RequestMessage(1, 0x10, false, false, 0, false, false, nullptr); };
+    const std::vector<std::pair<uint16_t, int>> plain = {{0xFFFF, -21}, {1, 1}};
+    expectMappings(sim(), {
+        {request, Tarvel::REQUEST_MESSAGE, {{1, -21}, {2, -21}, {3, -21}, {4, -21}, {5, -21}, {0xFFFF, -21}}},
+        {request, Tarvel::REQUEST_MESSAGE, {{6, 0x010010}, {0x1234, 0x010010}}}, // any other answer: the key
+        {[&] { return tarvel.EnableRequest(0x0102); }, Tarvel::ENABLE_REQUEST, plain},
+        {[&] { return tarvel.DisableRequest(0x0102); }, Tarvel::DISABLE_REQUEST, plain},
+        {[&] { return tarvel.RemoveRequest(0x0102); }, Tarvel::REMOVE_REQUEST, plain},
+    });
+    const auto log = sent(14);
+    for (std::size_t i = 8; i < 14; ++i) EXPECT_EQ((Bytes{0x01, 0x02}), log[i].payload) << "handler commands";
     sim().setResponder(ignore(Tarvel::REQUEST_MESSAGE));
-    EXPECT_EQ(-14, tarvel.RequestMessage(1, 0x10, false, false, 0, false, false, nullptr));
-}
-
-TEST_F(Requests, HandlerCommands) {
-    const Tarvel::CMD commands[] = {Tarvel::ENABLE_REQUEST, Tarvel::DISABLE_REQUEST, Tarvel::REMOVE_REQUEST};
-    auto call = [this](Tarvel::CMD cmd) {
-        return cmd == Tarvel::ENABLE_REQUEST    ? tarvel.EnableRequest(0x0102)
-               : cmd == Tarvel::DISABLE_REQUEST ? tarvel.DisableRequest(0x0102)
-                                                : tarvel.RemoveRequest(0x0102);
-    };
-    for (auto cmd : commands) {
-        sim().clearLog();
-        sim().setResponder(answer(cmd, 0xFFFF));
-        EXPECT_EQ(-21, call(cmd));
-        sim().setResponder(answer(cmd, 1));
-        EXPECT_EQ(1, call(cmd));
-        const auto log = sent(2);
-        EXPECT_EQ(cmd, log[0].command);
-        EXPECT_EQ((Bytes{0x01, 0x02}), log[0].payload);
-    }
+    EXPECT_EQ(-14, unanswered(tarvel, request));
 }
 
 } // namespace

@@ -1,9 +1,8 @@
 // Signal registration and extraction from reports the receiver filed.
-#include <algorithm>
-
 #include "../device/ScriptedAnswers.h"
 #include "CaptureStderr.h"
 #include "SimSession.h"
+#include "tarvelsim/Wire.h"
 
 using namespace scripted;
 
@@ -19,10 +18,8 @@ protected:
     // Files a report on channel 0 for the message whose low id bits are `handler`;
     // returns the request key that reaches it.
     int report(uint16_t handler, const Bytes& data) {
-        const unsigned char* end = Tarvel::kDlcToLength + 16;
-        const auto dlc = static_cast<uint8_t>(std::find(Tarvel::kDlcToLength, end, data.size()) - Tarvel::kDlcToLength);
-        EXPECT_LT(dlc, 16);
-        Bytes body{static_cast<uint8_t>(handler >> 8), static_cast<uint8_t>(handler), dlc};
+        Bytes body{static_cast<uint8_t>(handler >> 8), static_cast<uint8_t>(handler),
+                   tarvelsim::lengthToDlc(data.size())};
         body.insert(body.end(), data.begin(), data.end());
         sim().sendPacket({0, Tarvel::ASYNC_MESSAGE, body});
         return 0x10000 | handler;
@@ -55,9 +52,7 @@ TEST_F(SignalReading, RegistrationNumbersAndSpanChecks) {
 
 TEST_F(SignalReading, RefusalsLeaveValueAndAgeAlone) {
     unsigned int value = 77, age = 88;
-    tarvel.RequestSignal(0x10001, 0, 7);
-    tarvel.RequestSignal(0x10001, 0, 7);
-    tarvel.RequestSignal(0x10001, 0, 7);
+    for (int i = 1; i <= 3; ++i) ASSERT_EQ(i, tarvel.RequestSignal(0x10001, 0, 7));
     EXPECT_EQ(-1000, tarvel.SignalReadValue(9, value, &age, false));
     EXPECT_EQ("", err.str());
     EXPECT_EQ(-4, tarvel.SignalReadValue(5, value, &age, true));

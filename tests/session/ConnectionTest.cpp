@@ -1,74 +1,52 @@
 // Connecting, the device version, message ids and sending, against the
 // simulated device.
-#include <gtest/gtest.h>
-
-#include <optional>
 #include <string>
-#include <vector>
 
+#include "../device/ScriptedAnswers.h"
 #include "SimSession.h"
 #include "TarvelTestAccess.h"
 
-using tarvelsim::Bytes;
-using tarvelsim::DevicePacket;
-using tarvelsim::HostPacket;
+using namespace scripted;
 
 namespace {
 
-class VersionStatus : public SimSession, public ::testing::WithParamInterface<std::pair<uint16_t, uint16_t>> {
-protected:
-    tarvelsim::Options simOptions() const override {
+// The version query: status 0 means feature level 100, a refusal (0xFFFF) or
+// any other status 0; without an answer Connect fails but leaves the port open.
+TEST(Connect, QueriesTheDeviceVersion) {
+    const struct {
+        uint16_t status;
+        bool silent;
+        int result;
+        uint16_t version;
+        const char* report;
+    } cases[] = {{0, false, 0, 100, ""},
+                 {0xFFFF, false, 0, 0, ""},
+                 {7, false, 0, 0, ""},
+                 {0, true, -314, 0xFFFF, "Tarvel::GetResponse: No valid answer for specified message.\n"}};
+    for (const auto& c : cases) {
         tarvelsim::Options o;
-        o.versionStatus = GetParam().first;
-        return o;
-    }
-};
-
-TEST_P(VersionStatus, ConnectLearnsTheDeviceVersion) {
-    EXPECT_EQ(GetParam().second, TarvelTestAccess::deviceVersion(tarvel));
-    Tarvel fresh;
-    EXPECT_EQ(0xFFFF, TarvelTestAccess::deviceVersion(fresh));
-}
-
-// Status 0 means feature level 100; a refusal (0xFFFF) or any other status means 0.
-INSTANTIATE_TEST_SUITE_P(Session, VersionStatus,
-                         ::testing::Values(std::make_pair<uint16_t, uint16_t>(0, 100),
-                                           std::make_pair<uint16_t, uint16_t>(0xFFFF, 0),
-                                           std::make_pair<uint16_t, uint16_t>(7, 0)));
-
-class SilentDevice : public ::testing::Test {
-protected:
-    void SetUp() override {
-        tarvelsim::Options o;
-        o.faults.silent = true;
-        sim = std::make_unique<tarvelsim::Simulator>(o);
-        ASSERT_TRUE(sim->start()) << sim->lastError();
+        o.versionStatus = c.status;
+        o.faults.silent = c.silent;
+        tarvelsim::Simulator sim(o);
+        ASSERT_TRUE(sim.start()) << sim.lastError();
+        std::ostringstream err;
+        Tarvel tarvel;
         tarvel.ClearPrintStream();
         tarvel.SetPrintStream(err, ERR);
+        EXPECT_EQ(0xFFFF, TarvelTestAccess::deviceVersion(tarvel));
+        EXPECT_EQ(c.result, tarvel.Connect(sim.portPath(), c.silent ? 100 : 1000, 1000)) << c.status;
+        EXPECT_EQ(c.version, TarvelTestAccess::deviceVersion(tarvel)) << c.status;
+        EXPECT_EQ(c.report, err.str());
+        EXPECT_TRUE(TarvelTestAccess::portOpen(tarvel));
+        ASSERT_TRUE(sim.waitForPackets(1, 5000));
+        EXPECT_EQ((Bytes{0x02, 0x05, 0x20, 0x03, 0x00, 0x2A}), sim.hostPackets().at(0).raw) << "REBOOT mode 3, id 5";
     }
-    std::ostringstream err;
-    std::unique_ptr<tarvelsim::Simulator> sim;
-    Tarvel tarvel;
-};
-
-TEST_F(SilentDevice, ConnectWithoutAnswerFailsTheVersionQueryAndKeepsTheVersion) {
-    EXPECT_EQ(-314, tarvel.Connect(sim->portPath(), 100, 100));
-    EXPECT_EQ(0xFFFF, TarvelTestAccess::deviceVersion(tarvel));
-    EXPECT_EQ("Tarvel::GetResponse: No valid answer for specified message.\n", err.str());
-    EXPECT_TRUE(TarvelTestAccess::portOpen(tarvel)) << "the port stays open for the caller to close";
-    ASSERT_TRUE(sim->waitForPackets(1, 5000));
-    const HostPacket query = sim->hostPackets().at(0);
-    EXPECT_EQ(Tarvel::REBOOT, query.command);
-    EXPECT_EQ(Bytes{3}, query.payload);
-    EXPECT_EQ(5, query.messageId);
 }
 
 class Connection : public SimSession {};
 
 TEST_F(Connection, ConnectingTheOpenPortAgainQueriesTheVersionAgain) {
-    sim().setResponder([](const HostPacket& p) -> std::optional<std::vector<DevicePacket>> {
-        return std::vector<DevicePacket>{{p.messageId, Tarvel::OK, {0x00, 0x07}}};
-    });
+    sim().setResponder(answer(-1, 7));
     EXPECT_EQ(0, tarvel.Connect(sim().portPath(), 1000, 1000));
     EXPECT_EQ(0, TarvelTestAccess::deviceVersion(tarvel));
     const auto log = sent(1);
@@ -88,45 +66,33 @@ TEST_F(Connection, MessageIdsRunFrom5To255ThenWrapTo5AndRestartAfterDisconnect) 
     for (int i = 0; i < 250; ++i) ASSERT_EQ(6 + i, log[i].messageId) << "packet " << i;
     EXPECT_EQ(5, log[250].messageId);
     EXPECT_EQ(6, log[251].messageId);
-    EXPECT_EQ(4, log[252].messageId) << "untracked";
-    EXPECT_EQ((Bytes{0x01, 0x04, 0x17, 0x00, 0x1C}), log[252].raw);
+    EXPECT_EQ((Bytes{0x01, 0x04, 0x17, 0x00, 0x1C}), log[252].raw) << "untracked: id 4";
     EXPECT_EQ(7, log[253].messageId) << "an untracked command leaves the counter alone";
 
     EXPECT_EQ(0, tarvel.Disconnect());
-    EXPECT_EQ(0, TarvelTestAccess::messageId(tarvel));
     sim().clearLog();
     ASSERT_EQ(0, tarvel.Connect(sim().portPath(), 1000, 1000));
     EXPECT_EQ(5, sent(1).at(0).messageId);
 }
 
-TEST_F(Connection, HandlerCommandsPutTheHandlerBigEndianFirst) {
-    ASSERT_EQ(0, tarvel.SendCommandHandler(Tarvel::REMOVE_MESSAGE, 0x1234, {0xAB}, true));
-    const auto log = sent(1);
-    EXPECT_EQ((Bytes{0x12, 0x34, 0xAB}), log.at(0).payload);
-    EXPECT_EQ((Bytes{0x04, 0x06, 0x02, 0x12, 0x34, 0xAB, 0x00, 0xFD}), log.at(0).raw);
-}
-
 TEST_F(Connection, PayloadsAbove254BytesAreRefusedBeforeSending) {
     EXPECT_EQ(-6, tarvel.SendCommand(Tarvel::WRITE_EEPROM, ByteVector(255, 0x11), true));
-    EXPECT_EQ(5, TarvelTestAccess::messageId(tarvel));
     EXPECT_NE(std::string::npos, err.str().find("Tarvel::SendCommand: ")) << err.str();
     EXPECT_EQ(0, tarvel.SendCommand(Tarvel::WRITE_EEPROM, ByteVector(254, 0x11), true));
     const auto log = sent(1);
     ASSERT_EQ(1u, log.size()) << "the refused packet never reached the device";
     EXPECT_EQ(254u, log[0].payload.size());
+    EXPECT_EQ(6, log[0].messageId) << "the refusal took no id";
     EXPECT_EQ(0xFF, log[0].raw[0]);
 }
 
 TEST(SessionUnconnected, SendingFailsButStillAdvancesTheId) {
     Tarvel tarvel;
-    std::ostringstream err;
     tarvel.ClearPrintStream();
-    tarvel.SetPrintStream(err, ERR);
     EXPECT_EQ(-1, tarvel.SendCommand(Tarvel::PING, {}, true));
     EXPECT_EQ(5, TarvelTestAccess::messageId(tarvel));
     EXPECT_EQ(-1, TarvelTestAccess::exchange(tarvel, Tarvel::PING, {})) << "a failed send is passed on unchanged";
     EXPECT_EQ(0, tarvel.GetInternalThreadStatus());
-    tarvel.StopReceiver(); // never started: returns at once
 }
 
 TEST_F(Connection, ACopyIsUnconnectedWithOnlyThePlaceholderRequest) {
@@ -135,14 +101,11 @@ TEST_F(Connection, ACopyIsUnconnectedWithOnlyThePlaceholderRequest) {
     EXPECT_FALSE(TarvelTestAccess::portOpen(copy));
     EXPECT_EQ(1u, TarvelTestAccess::signalRequestEntries(copy));
     EXPECT_EQ(0xFFFF, TarvelTestAccess::deviceVersion(copy));
-    EXPECT_EQ(0, copy.GetInternalThreadStatus());
 
-    Tarvel other;
-    other = tarvel;
-    EXPECT_FALSE(TarvelTestAccess::portOpen(other)) << "assignment keeps the target's connection";
-    tarvel = other;
-    EXPECT_TRUE(TarvelTestAccess::portOpen(tarvel));
-    EXPECT_EQ(0, tarvel.Ping());
+    copy = tarvel;
+    EXPECT_FALSE(TarvelTestAccess::portOpen(copy)) << "assignment keeps the target's connection";
+    tarvel = copy;
+    EXPECT_EQ(0, tarvel.Ping()) << "and so does the source's";
 }
 
 } // namespace

@@ -1,11 +1,13 @@
 // Waiting for answers without the receiver: the session reads the line itself.
-#include <gtest/gtest.h>
+#include <optional>
 
-#include "SessionTestUtil.h"
+#include "CaptureStderr.h"
+#include "../device/ScriptedAnswers.h"
 #include "SimSession.h"
 #include "TarvelTestAccess.h"
+#include "tarvelsim/Wire.h"
 
-using namespace sessiontest;
+using namespace scripted;
 
 namespace {
 
@@ -29,16 +31,16 @@ protected:
 };
 
 TEST_F(DirectReading, SkipsBadPacketsOtherIdsAndReportsUntilItsAnswer) {
-    Bytes badSum = packet(6, Tarvel::OK, {0x00, 0x01});
+    Bytes badSum = tarvelsim::buildPacket(6, Tarvel::OK, {0x00, 0x01});
     badSum.back() ^= 0x01;
-    Bytes badLength = packet(6, Tarvel::OK, {0x00, 0x01});
+    Bytes badLength = tarvelsim::buildPacket(6, Tarvel::OK, {0x00, 0x01});
     badLength[0] = 0x05;
-    sim().sendRaw(frame(badSum));
-    sim().sendRaw(frame(badLength));
-    sim().sendRaw(frame({0x00, 0x06, 0x00, 0x06})); // 4 bytes: no response id
+    sim().sendRaw(tarvelsim::slipEncode(badSum));
+    sim().sendRaw(tarvelsim::slipEncode(badLength));
+    sim().sendRaw(tarvelsim::slipEncode({0x00, 0x06, 0x00, 0x06})); // 4 bytes: no response id
     sim().sendPacket({0x33, Tarvel::OK, {0x00, 0x01}});
     sim().sendPacket({6, Tarvel::ASYNC_MESSAGE, {0x01, 0x23, 0x01, 0xAA}}); // counts as id 0
-    sim().setResponder(reply(Tarvel::PING, Tarvel::OK, {0x00, 0x2A}));
+    sim().setResponder(answer(Tarvel::PING, 0x2A));
 
     EXPECT_EQ(0x2A, ping(false));
     EXPECT_NE(std::string::npos, err.str().find("Tarvel::GetResponse: BAD Message's Checksum 0x03 0x06 0x80"));
@@ -48,7 +50,7 @@ TEST_F(DirectReading, SkipsBadPacketsOtherIdsAndReportsUntilItsAnswer) {
 
 TEST_F(DirectReading, AHardwareErrorSeenOnTheWaySetsBit16) {
     sim().setResponder(on(Tarvel::PING, [](const HostPacket& p) {
-        return std::vector<DevicePacket>{{0, Tarvel::TARVEL_HW_ERROR, {}}, {p.messageId, Tarvel::OK, {0x00, 0x2A}}};
+        return std::vector<DevicePacket>{{0, Tarvel::TARVEL_HW_ERROR, {}}, ok(p, 0x2A)};
     }));
     EXPECT_EQ(0x1002A, ping(true));
     EXPECT_EQ("", err.str());
@@ -60,77 +62,65 @@ TEST_F(DirectReading, AHardwareErrorSeenOnTheWaySetsBit16) {
     EXPECT_EQ((ByteVector{0x00, 0x2A}), data);
 }
 
-TEST_F(DirectReading, NoAnswerIsMinus4AndReportedOnlyWhenNotQuiet) {
-    sim().setResponder([](const HostPacket&) { return std::optional<std::vector<DevicePacket>>(std::vector<DevicePacket>{}); });
-    EXPECT_EQ(-4, ping(true));
-    EXPECT_EQ("", err.str());
-    EXPECT_EQ(-4, ping(false));
-    EXPECT_EQ("Tarvel::GetResponse: No valid answer for specified message.\n", err.str());
-    ByteVector data{1, 2};
-    EXPECT_EQ(-4, pingBytes(data, true));
-    EXPECT_EQ((ByteVector{1, 2}), data);
+TEST_F(DirectReading, MissingAndErrorAnswersAreMinus4) {
+    const struct {
+        std::optional<uint8_t> responseId; // none: no answer at all
+        bool quiet;
+        const char* report;
+    } cases[] = {
+        {std::nullopt, true, ""},
+        {std::nullopt, false, "Tarvel::GetResponse: No valid answer for specified message.\n"},
+        // Error answers are reported even when quiet; data answers only fit GetBytesResponse.
+        {Tarvel::DATA_RESPONSE_A, true, "TarvelAPI::GetResponse: Unknown response ID: 0x91!\n"},
+        {Tarvel::PACKET_ERROR, true, "TarvelAPI::GetResponse: PACKET_ERROR!\n"},
+        {Tarvel::SLIP_PROTO_ERROR, true, "TarvelAPI::GetResponse: SLIP_PROTO_ERROR!\n"},
+        {0x85, true, "TarvelAPI::GetResponse: Unknown response ID: 0x85!\n"},
+        {Tarvel::COMMAND_FAILED, true, "TarvelAPI::GetResponse: COMMAND_FAILED!\n"},
+    };
+    for (const auto& c : cases) {
+        sim().setResponder(c.responseId ? answer(Tarvel::PING, *c.responseId, {}) : ignore(Tarvel::PING));
+        for (bool bytes : {false, c.responseId != Tarvel::DATA_RESPONSE_A}) {
+            err.str("");
+            ByteVector data{1, 2};
+            EXPECT_EQ(-4, bytes ? pingBytes(data, c.quiet) : ping(c.quiet)) << c.report;
+            EXPECT_EQ(c.report, err.str());
+            EXPECT_EQ((ByteVector{1, 2}), data);
+        }
+    }
+    ByteVector data;
+    EXPECT_EQ(-14, TarvelTestAccess::exchangeBytes(tarvel, Tarvel::PING, {}, data));
+    sim().setResponder(ignore(-1));
     EXPECT_EQ(-14, TarvelTestAccess::exchange(tarvel, Tarvel::PING, {}));
     EXPECT_EQ(-14, TarvelTestAccess::reboot(tarvel, 3));
 }
 
-TEST_F(DirectReading, ErrorAnswersAreMinus4AndReportedEvenWhenQuiet) {
-    const std::pair<uint8_t, const char*> cases[] = {
-        {Tarvel::COMMAND_FAILED, "TarvelAPI::GetResponse: COMMAND_FAILED!\n"},
-        {Tarvel::PACKET_ERROR, "TarvelAPI::GetResponse: PACKET_ERROR!\n"},
-        {Tarvel::SLIP_PROTO_ERROR, "TarvelAPI::GetResponse: SLIP_PROTO_ERROR!\n"},
-        {0x85, "TarvelAPI::GetResponse: Unknown response ID: 0x85!\n"},
-        {Tarvel::DATA_RESPONSE_A, "TarvelAPI::GetResponse: Unknown response ID: 0x91!\n"},
-    };
-    for (const auto& c : cases) {
-        err.str("");
-        sim().setResponder(reply(Tarvel::PING, c.first, {}));
-        EXPECT_EQ(-4, ping(true)) << c.second;
-        EXPECT_EQ(c.second, err.str());
-    }
-    sim().setResponder(reply(Tarvel::PING, Tarvel::COMMAND_FAILED, {}));
-    ByteVector data;
-    err.str("");
-    EXPECT_EQ(-4, pingBytes(data, true));
-    EXPECT_EQ("TarvelAPI::GetResponse: COMMAND_FAILED!\n", err.str());
-    EXPECT_EQ(-14, TarvelTestAccess::exchangeBytes(tarvel, Tarvel::PING, {}, data));
-}
+TEST_F(DirectReading, AnswerDataPaths) {
+    sim().setResponder(answer(Tarvel::PING, Tarvel::OK, {0x01, 0x02, 0x03}));
+    CaptureStderr capture;
+    EXPECT_EQ(0, ping(false)) << "more than two bytes count as zero";
+    EXPECT_EQ("Unable convert 24 bit number to uint16.\n", capture.stop());
 
-TEST_F(DirectReading, AnswersOfMoreThanTwoBytesCountAsZero) {
-    sim().setResponder(reply(Tarvel::PING, Tarvel::OK, {0x01, 0x02, 0x03}));
-    ::testing::internal::CaptureStderr();
-    const int value = ping(false);
-    const std::string printed = ::testing::internal::GetCapturedStderr();
-    EXPECT_EQ(0, value);
-    EXPECT_NE(std::string::npos, printed.find("Unable convert 24 bit number to uint16.\n")) << printed;
-}
-
-TEST_F(DirectReading, BytesAnswersHandOverTheirData) {
-    sim().setResponder(reply(Tarvel::PING, Tarvel::DATA_RESPONSE_A, {0xDE, 0xAD, 0xC0, 0xDB}));
+    sim().setResponder(answer(Tarvel::PING, Tarvel::DATA_RESPONSE_A, {0xDE, 0xAD, 0xC0, 0xDB}));
     ByteVector data{9, 9, 9, 9, 9, 9};
     EXPECT_EQ(0, pingBytes(data, false));
     EXPECT_EQ((ByteVector{0xDE, 0xAD, 0xC0, 0xDB}), data);
 
-    sim().setResponder(reply(Tarvel::PING, Tarvel::DATA_RESPONSE_B, {}));
+    sim().setResponder(answer(Tarvel::PING, Tarvel::DATA_RESPONSE_B, {}));
     EXPECT_EQ(0, pingBytes(data, false));
     EXPECT_TRUE(data.empty());
 
-    sim().setResponder(reply(Tarvel::PING, Tarvel::OK, {0x07}));
+    sim().setResponder(answer(Tarvel::PING, Tarvel::OK, {0x07}));
     EXPECT_EQ(7, pingBytes(data, true));
     EXPECT_EQ(ByteVector{0x07}, data);
     EXPECT_EQ("TarvelAPI::GetResponse: Wrong OK packet length: 1!\n", err.str());
-
-    sim().setResponder(reply(Tarvel::GET_TIME, Tarvel::DATA_RESPONSE_A, {1, 2, 3, 4, 5, 6, 7, 8}));
-    EXPECT_EQ(0, TarvelTestAccess::exchangeBytes(tarvel, Tarvel::GET_TIME, {}, data));
-    EXPECT_EQ(8u, data.size()) << "the answer of a bytes exchange";
 }
 
 TEST_F(DirectReading, RebootMapsARefusalTo21) {
-    sim().setResponder(reply(Tarvel::REBOOT, Tarvel::OK, {0xFF, 0xFF}));
+    sim().setResponder(answer(Tarvel::REBOOT, 0xFFFF));
     EXPECT_EQ(-21, TarvelTestAccess::reboot(tarvel, 3));
-    sim().setResponder(reply(Tarvel::REBOOT, Tarvel::OK, {0x00, 0x02}));
+    sim().setResponder(answer(Tarvel::REBOOT, 2));
     EXPECT_EQ(2, TarvelTestAccess::reboot(tarvel, 3));
-    const auto log = sent(2);
-    EXPECT_EQ((Bytes{0x02, 0x06, 0x20, 0x03, 0x00, 0x2B}), log.at(0).raw);
+    EXPECT_EQ((Bytes{0x02, 0x06, 0x20, 0x03, 0x00, 0x2B}), sent(2).at(0).raw);
 }
 
 } // namespace
