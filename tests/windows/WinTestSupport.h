@@ -3,13 +3,7 @@
 #ifndef TARVEL_TEST_WIN_SUPPORT_H
 #define TARVEL_TEST_WIN_SUPPORT_H
 
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
+#include "serial/win32/Win32Api.h"
 
 #include <cstdlib>
 #include <string>

@@ -1,12 +1,6 @@
 // Win32 events for the sender thread. A PortEvent* is the kernel handle
 // itself; a named event is shared by every process of the login session.
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
+#include "serial/win32/Win32Api.h"
 
 #include "serial/PortDevice.h"
 

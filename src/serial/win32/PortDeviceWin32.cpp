@@ -1,16 +1,7 @@
 // Win32 backend of the port device: a COM port opened for overlapped I/O,
 // every transfer a single request with its own event and a deadline taken
 // from WaitForSingleObject (the driver's own time-outs are all off).
-#ifndef _WIN32_WINNT
-#define _WIN32_WINNT 0x0601 // CancelIoEx
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
+#include "serial/win32/Win32Api.h"
 
 #include <algorithm>
 #include <cstring>
