@@ -85,8 +85,8 @@ typedef enum LOG_LEVELS_TARVEL
 /* Description of a CAN message that the device transmits by itself. */
 typedef struct tagCanMessage {
     unsigned char dlc;       /* data length code 0..15 (CAN FD table) */
-    unsigned char selector1; /* channel selector, first key byte */
-    unsigned char selector2; /* second key byte */
+    unsigned char selector1; /* passed on; first key byte of GetHandler */
+    unsigned char selector2; /* passed on; second key byte of GetHandler */
     unsigned int id;         /* CAN identifier; low 29 bits are sent */
     bool idFlag;             /* bit 31 of the identifier word */
     bool flag6;
@@ -95,7 +95,7 @@ typedef struct tagCanMessage {
     bool extraFlag;
     bool enabled;            /* message switched on */
     bool fastSlowSend;       /* no cumulative signal allowed in it */
-    unsigned short param1;   /* transmission period in ms (0: on change) */
+    unsigned short param1;   /* passed on (the simulator: period in ms, 0 on change) */
     unsigned short param2;
     unsigned short param3;
 } tagCanMessage;
