@@ -93,8 +93,9 @@ private:
     tarvel::PortDevice* m_portHandle;       // null: not connected
     LineSettings m_dcb;
     bool m_dropEnabled;
-    unsigned int m_readTimeout;
-    unsigned int m_writeTimeout;
+    // Set by the caller while the sender thread may be writing: atomic.
+    std::atomic<unsigned int> m_readTimeout;
+    std::atomic<unsigned int> m_writeTimeout;
     std::string m_portName;
     std::thread m_senderThread;
     std::atomic<int> m_threadStatus;

@@ -19,8 +19,8 @@ SerialPort::SerialPort()
 
 SerialPort::SerialPort(const SerialPort& other)
     : m_dataReadyEvent(nullptr), m_threadStatusEvent(nullptr), m_portHandle(nullptr), m_dcb(other.m_dcb),
-      m_dropEnabled(other.m_dropEnabled), m_readTimeout(other.m_readTimeout), m_writeTimeout(other.m_writeTimeout),
-      m_portName(other.m_portName), m_threadStatus(IDLE), m_readAhead(nullptr), m_readPos(0), m_readLen(0),
+      m_dropEnabled(other.m_dropEnabled), m_readTimeout(other.m_readTimeout.load()),
+      m_writeTimeout(other.m_writeTimeout.load()), m_portName(other.m_portName), m_threadStatus(IDLE), m_readAhead(nullptr), m_readPos(0), m_readLen(0),
       m_readCap(0) {}
 
 SerialPort& SerialPort::operator=(const SerialPort& other) {
@@ -35,8 +35,8 @@ SerialPort& SerialPort::operator=(const SerialPort& other) {
     m_readPos = m_readLen = 0;
     m_dcb = other.m_dcb;
     m_dropEnabled = other.m_dropEnabled;
-    m_readTimeout = other.m_readTimeout;
-    m_writeTimeout = other.m_writeTimeout;
+    m_readTimeout = other.m_readTimeout.load();
+    m_writeTimeout = other.m_writeTimeout.load();
     m_portName = std::move(name);
     m_threadStatus = IDLE;
     return *this;
