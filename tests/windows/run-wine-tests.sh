@@ -8,7 +8,10 @@
 #   TARVEL_SIM       the native tarvel-sim program (default: build/default/sim/tarvel-sim,
 #                    else build/windows-sim/sim/tarvel-sim)
 #   WINEPREFIX       wine prefix to use (default: <windows build dir>/wineprefix)
-#   TARVEL_WINE_COM  COM port number for the simulator (default 7)
+#   TARVEL_WINE_COM  COM port number for the simulator (default 7; the wire
+#                    comparison uses the next one)
+#   TARVEL_NATIVE_BUILD  native build whose C example is compared on the wire
+#                    (default: build/default)
 set -euo pipefail
 
 source_dir=$(cd "$(dirname "$0")/../.." && pwd)
@@ -117,4 +120,38 @@ for example in basic basic_cpp receive_cpp; do
         status=1
     fi
 done
+# The same operations put the same bytes on the wire from both builds: the C
+# example, natively and under wine, each against a fresh device that logs
+# every frame it hears.
+native_basic=${TARVEL_NATIVE_BUILD:-$source_dir/build/default}/examples/basic
+wire_of() { # wire_of LINK COMMAND...: the host frames a fresh device heard
+    local link=$1 pid
+    shift
+    rm -f "$link"
+    "$sim" -v --link "$link" </dev/null >/dev/null 2>"$build_dir/wire.log" &
+    pid=$!
+    for _ in $(seq 100); do
+        [ -L "$link" ] && break
+        sleep 0.1
+    done
+    timeout 120 "$@" </dev/null >/dev/null 2>&1 || echo "run-wine-tests: $* failed" >&2
+    kill "$pid" 2>/dev/null || true
+    wait "$pid" 2>/dev/null || true
+    grep '^tarvel-sim: host' "$build_dir/wire.log" || true
+}
+if [ -x "$native_basic" ] && [ -f "$build_dir/examples/basic.exe" ]; then
+    wire_com=$((com + 1))
+    native=$(wire_of "$build_dir/wire-native" "$native_basic" "$build_dir/wire-native")
+    windows=$(wire_of "$WINEPREFIX/dosdevices/com$wire_com" wine "$build_dir/examples/basic.exe" "COM$wire_com")
+    rm -f "$WINEPREFIX/dosdevices/com$wire_com" "$build_dir/wire.log"
+    if [ -n "$native" ] && [ "$native" = "$windows" ]; then
+        echo "run-wine-tests: the Linux and the Windows build put the same $(wc -l <<<"$native") frames on the wire"
+    else
+        echo "run-wine-tests: the two builds differ on the wire (Linux <, Windows >):" >&2
+        diff <(echo "$native") <(echo "$windows") >&2 || true
+        status=1
+    fi
+else
+    echo "run-wine-tests: no native example at $native_basic: wire comparison skipped"
+fi
 exit "$status"
