@@ -188,6 +188,7 @@ private:
     void _writeSyncBuffer(const RecvMessage& message);
     int _readAnswerDirect(RecvMessage& message, int slipMode, bool quiet, bool& hardwareError);
     int _failedAnswer(unsigned char responseId);
+    int _switchMessage(CMD cmd, unsigned short handler, bool enabled, const char* notFoundReport);
     int _reboot(unsigned char mode);
     void _clearHostState();
     void _writeAsyncMessage(const RecvAsyncMessage& message);

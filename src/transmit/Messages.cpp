@@ -32,15 +32,6 @@ unsigned char flagsByte(bool fastSlowSend, bool flag6, bool flag5, bool flag4) {
 // Answers to the commands that act on one message by its handler: the general
 // refusal, and 1 for a handler the device doesn't accept here.
 const std::initializer_list<std::pair<int, int>> kSwitchAnswers = {{kAnswerRefused, -21}, {1, -22}};
-
-// Keeps the host copy's enabled flag in step with the device; false when
-// this session has no copy of the message.
-bool mirrorEnabled(std::unordered_map<uint16_t, tagCanMessage>& table, uint16_t handler, bool enabled) {
-    const auto it = table.find(handler);
-    if (it == table.end()) return false;
-    it->second.enabled = enabled;
-    return true;
-}
 } // namespace
 
 int Tarvel::AddMessage(const tagCanMessage& message, const ByteVector& data) {
@@ -129,20 +120,27 @@ int Tarvel::RemoveMessage(unsigned short handler) {
     return v;
 }
 
-int Tarvel::EnableMessage(unsigned short handler) {
+// Switches a message on or off on the device and mirrors that in the host copy.
+int Tarvel::_switchMessage(CMD cmd, unsigned short handler, bool enabled, const char* notFoundReport) {
     std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
-    const int v = mapAnswer(_exchangeHandler(ENABLE_MESSAGE, handler, {}), kSwitchAnswers);
-    if (v >= 0 && !mirrorEnabled(m_txMessages, handler, true))
-        Printf_err("Tarvel::EnableMessage: Message not found in internal API structure.\n");
+    const int v = mapAnswer(_exchangeHandler(cmd, handler, {}), kSwitchAnswers);
+    if (v < 0) return v;
+    const auto it = m_txMessages.find(handler);
+    if (it != m_txMessages.end())
+        it->second.enabled = enabled;
+    else
+        Printf_err("%s", notFoundReport);
     return v;
 }
 
+int Tarvel::EnableMessage(unsigned short handler) {
+    return _switchMessage(ENABLE_MESSAGE, handler, true,
+                          "Tarvel::EnableMessage: Message not found in internal API structure.\n");
+}
+
 int Tarvel::DisableMessage(unsigned short handler) {
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
-    const int v = mapAnswer(_exchangeHandler(DISABLE_MESSAGE, handler, {}), kSwitchAnswers);
-    if (v >= 0 && !mirrorEnabled(m_txMessages, handler, false))
-        Printf_err("Tarvel::DisableMessage: Message not found in internal API structure.\n");
-    return v;
+    return _switchMessage(DISABLE_MESSAGE, handler, false,
+                          "Tarvel::DisableMessage: Message not found in internal API structure.\n");
 }
 
 int Tarvel::SetMessageData(unsigned short handler, const unsigned char* data, const unsigned char* mask, bool flag,
