@@ -24,7 +24,8 @@ const std::size_t kPayload = 24; // a typical device packet
 ByteVector randomPayload(std::size_t n, unsigned seed) {
     std::mt19937 rng(seed);
     ByteVector v(n);
-    for (auto& b : v) b = static_cast<unsigned char>(rng());
+    for (auto& b : v)
+        b = static_cast<unsigned char>(rng());
     return v;
 }
 
@@ -66,7 +67,8 @@ void BM_SlipDecodeMemory(benchmark::State& state) {
         ++frames;
     }
     state.SetItemsProcessed(frames);
-    state.SetBytesProcessed(static_cast<int64_t>(static_cast<double>(frames) * static_cast<double>(wire.size()) / 1024.0));
+    state.SetBytesProcessed(
+        static_cast<int64_t>(static_cast<double>(frames) * static_cast<double>(wire.size()) / 1024.0));
 }
 BENCHMARK(BM_SlipDecodeMemory)->Arg(kPayload)->Arg(254);
 
@@ -139,7 +141,8 @@ void BM_PtySlipReceive(benchmark::State& state) {
         ++frames;
     }
     state.SetItemsProcessed(frames);
-    state.SetBytesProcessed(static_cast<int64_t>(static_cast<double>(frames) * static_cast<double>(wire.size()) / 4096.0));
+    state.SetBytesProcessed(
+        static_cast<int64_t>(static_cast<double>(frames) * static_cast<double>(wire.size()) / 4096.0));
     port.Disconnect();
 }
 BENCHMARK(BM_PtySlipReceive)->UseRealTime();

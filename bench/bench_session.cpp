@@ -68,7 +68,8 @@ void BM_PingExchange(benchmark::State& state) {
         if (r != 0 && failures++ == 0) firstFailure = r;
     }
     state.counters["failures"] = static_cast<double>(failures);
-    if (failures > 0) std::fprintf(stderr, "Ping failed %lld times, first with %d\n", (long long)failures, firstFailure);
+    if (failures > 0)
+        std::fprintf(stderr, "Ping failed %lld times, first with %d\n", (long long)failures, firstFailure);
     tarvel.StopReceiver();
     tarvel.Disconnect();
 }

@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    Tarvel tarvel; // errors go to std::cerr, information to std::cout
+    Tarvel tarvel;                                               // errors go to std::cerr, information to std::cout
     if (int rc = tarvel.Connect(argv[1], 1000, 1000); rc != 0) { // time-outs in ms
         std::cerr << "connect failed: " << rc << '\n';
         return 1;
@@ -36,8 +36,8 @@ int main(int argc, char** argv) {
 
     // A 12-bit signal in bits 16..27 of that message, set to 0x5A5.
     const int signal = tarvel.AddSignal(static_cast<unsigned short>(message), 0, 16, 27, 0);
-    const int set = signal >= 0 ? tarvel.SignalChangeValue(static_cast<unsigned short>(signal), 0x5A5, false, true)
-                                : signal;
+    const int set =
+        signal >= 0 ? tarvel.SignalChangeValue(static_cast<unsigned short>(signal), 0x5A5, false, true) : signal;
     std::cout << "message " << message << ", signal " << signal << ", value set: " << set << '\n';
 
     long long deviceTime = 0;

@@ -51,9 +51,9 @@ public:
     // (on Windows: \\.\<name>).
     int Connect(const std::string& name, unsigned int baud, unsigned char byteSize, unsigned char stopBits,
                 unsigned char parity);
-    int Disconnect();                                    // 0; -1 the device could not be closed
-    int Flush();                                         // 0; -1 purge failed
-    int SetTimeout(unsigned int readMs, unsigned int writeMs); // 0; -1 (kept old values)
+    int Disconnect();                                            // 0; -1 the device could not be closed
+    int Flush();                                                 // 0; -1 purge failed
+    int SetTimeout(unsigned int readMs, unsigned int writeMs);   // 0; -1 (kept old values)
     int GetTimeout(unsigned int& readMs, unsigned int& writeMs); // always 0
     bool IsActive();
 

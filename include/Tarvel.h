@@ -150,8 +150,8 @@ public:
     int DisableMessage(unsigned short handler);
     int SetMessageData(unsigned short handler, const unsigned char* data, const unsigned char* mask, bool flag,
                        bool tracked);
-    int GetHandler(unsigned char selector1, unsigned char selector2, unsigned int id, bool idFlag,
-                   bool fastSlowSend, bool flag6);
+    int GetHandler(unsigned char selector1, unsigned char selector2, unsigned int id, bool idFlag, bool fastSlowSend,
+                   bool flag6);
 
     // --- Signals ------------------------------------------------------------------
     int AddSignal(unsigned short messageHandler, unsigned char group, unsigned short startSymbol,
@@ -221,8 +221,8 @@ private:
     std::ofstream m_commFile;
     Printer m_printer;
 
-    std::condition_variable m_syncArrived;   // signalled by _writeSyncBuffer
-    std::recursive_mutex m_exchangeMutex;    // one exchange at a time per session
+    std::condition_variable m_syncArrived;    // signalled by _writeSyncBuffer
+    std::recursive_mutex m_exchangeMutex;     // one exchange at a time per session
     std::atomic<unsigned> m_receiverStartGen; // a stop cancels the start it follows
     std::atomic<unsigned> m_receiverStopGen;
     // The receiver holds m_portMutex around each frame read; closing or

@@ -27,8 +27,8 @@
  * the caller included: when another library header includes it, that header
  * is still being read and brings in the rest itself (an include cycle would
  * otherwise declare Tarvel before the types it uses). */
-#if defined(__cplusplus) && !defined(TARVEL_SESSION_H) && !defined(TARVEL_TYPES_H) && \
-    !defined(TARVEL_PRINTER_H) && !defined(TARVEL_SERIAL_PORT_H)
+#if defined(__cplusplus) && !defined(TARVEL_SESSION_H) && !defined(TARVEL_TYPES_H) && !defined(TARVEL_PRINTER_H) &&    \
+    !defined(TARVEL_SERIAL_PORT_H)
 #define TARVEL_API_WITH_CLASSES
 #endif
 
@@ -76,10 +76,9 @@ typedef enum LOG_LEVELS_TARVEL
 #ifdef __cplusplus
     : int
 #endif
-{
-    ERR = 0, /* errors */
-    INF = 1, /* information */
-    COM = 2  /* communication trace */
+{ ERR = 0, /* errors */
+  INF = 1, /* information */
+  COM = 2  /* communication trace */
 } LOG_LEVELS_TARVEL;
 
 /* Description of a CAN message that the device transmits by itself. */
@@ -93,9 +92,9 @@ typedef struct tagCanMessage {
     bool flag5;
     bool flag4;
     bool extraFlag;
-    bool enabled;            /* message switched on */
-    bool fastSlowSend;       /* no cumulative signal allowed in it */
-    unsigned short param1;   /* passed on (the simulator: period in ms, 0 on change) */
+    bool enabled;          /* message switched on */
+    bool fastSlowSend;     /* no cumulative signal allowed in it */
+    unsigned short param1; /* passed on (the simulator: period in ms, 0 on change) */
     unsigned short param2;
     unsigned short param3;
 } tagCanMessage;
@@ -103,10 +102,10 @@ typedef struct tagCanMessage {
 /* One received CAN report as the C entry points hand it out. */
 #pragma pack(push, 1)
 typedef struct TarvelAsyncMessage {
-    uint32_t key;       /* channel << 16 | handler; 0: no report */
-    uint16_t handler;   /* low 16 bits of the CAN identifier */
-    uint8_t channel;    /* channel index 0..3 */
-    uint8_t dlc;        /* data length code */
+    uint32_t key;     /* channel << 16 | handler; 0: no report */
+    uint16_t handler; /* low 16 bits of the CAN identifier */
+    uint8_t channel;  /* channel index 0..3 */
+    uint8_t dlc;      /* data length code */
     uint8_t flag7;
     uint8_t flag6;
     uint8_t flag5;
@@ -199,8 +198,7 @@ TARVEL_API int TARVEL_CALL GetHandlerTarvel(Tarvel* tarvel, unsigned char select
 /* Signals: AddSignalTarvel returns the signal handler; -31 bad bit range,
  * -32 cumulative signal in a fast/slow-send message. */
 TARVEL_API int TARVEL_CALL AddSignalTarvel(Tarvel* tarvel, unsigned short messageHandler, unsigned char group,
-                                           unsigned short startSymbol, unsigned short stopSymbol,
-                                           unsigned char flags);
+                                           unsigned short startSymbol, unsigned short stopSymbol, unsigned char flags);
 TARVEL_API int TARVEL_CALL RemoveSignalTarvel(Tarvel* tarvel, unsigned short handler);
 TARVEL_API int TARVEL_CALL SignalChangeValueTarvel(Tarvel* tarvel, unsigned short handler, unsigned short value,
                                                    bool flag, bool tracked);
@@ -219,8 +217,8 @@ TARVEL_API int TARVEL_CALL BlobRemoveTarvel(Tarvel* tarvel);
 /* Reception requests: RequestMessageTarvel returns the request key
  * (channelMask << 16 | id & 0xFFFF) or -21 (bad DLC, refused). */
 TARVEL_API int TARVEL_CALL RequestMessageTarvel(Tarvel* tarvel, unsigned char channelMask, unsigned int id,
-                                                bool tailFlag, bool idFlag, unsigned char dlc, bool flag7,
-                                                bool flag6, const unsigned char* data);
+                                                bool tailFlag, bool idFlag, unsigned char dlc, bool flag7, bool flag6,
+                                                const unsigned char* data);
 TARVEL_API int TARVEL_CALL EnableRequestTarvel(Tarvel* tarvel, unsigned short handler);
 TARVEL_API int TARVEL_CALL DisableRequestTarvel(Tarvel* tarvel, unsigned short handler);
 TARVEL_API int TARVEL_CALL RemoveRequestTarvel(Tarvel* tarvel, unsigned short handler);
@@ -232,16 +230,14 @@ TARVEL_API int TARVEL_CALL RequestSignalTarvel(Tarvel* tarvel, int requestKey, u
                                                unsigned short StopSymbol);
 TARVEL_API int TARVEL_CALL SignalReadValue32Tarvel(Tarvel* tarvel, unsigned short handler, unsigned int* value,
                                                    unsigned int* age, bool doRead);
-TARVEL_API int TARVEL_CALL SignalReadValue64Tarvel(Tarvel* tarvel, unsigned short handler,
-                                                   unsigned long long* value, unsigned int* age, bool doRead);
+TARVEL_API int TARVEL_CALL SignalReadValue64Tarvel(Tarvel* tarvel, unsigned short handler, unsigned long long* value,
+                                                   unsigned int* age, bool doRead);
 
 /* Logging: the trace file (null name: trace off), sinks (0 added; -1 bad
  * level; -2 channel full) and the session's own print channels. */
 TARVEL_API void TARVEL_CALL DebugCommTarvel(Tarvel* tarvel, const char* fileName);
-TARVEL_API int TARVEL_CALL SetPrintFunctionTarvel(Tarvel* tarvel, void (*func)(const char*),
-                                                  LOG_LEVELS_TARVEL level);
-TARVEL_API int TARVEL_CALL ClearPrintFunctionTarvel(Tarvel* tarvel, void (*func)(const char*),
-                                                    LOG_LEVELS_TARVEL level);
+TARVEL_API int TARVEL_CALL SetPrintFunctionTarvel(Tarvel* tarvel, void (*func)(const char*), LOG_LEVELS_TARVEL level);
+TARVEL_API int TARVEL_CALL ClearPrintFunctionTarvel(Tarvel* tarvel, void (*func)(const char*), LOG_LEVELS_TARVEL level);
 TARVEL_API int TARVEL_CALL SetPrintFileTarvel(Tarvel* tarvel, FILE* file, LOG_LEVELS_TARVEL level);
 TARVEL_API int TARVEL_CALL ClearPrintFileTarvel(Tarvel* tarvel, FILE* file, LOG_LEVELS_TARVEL level);
 #if defined(__GNUC__)

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds and runs every test suite: optimised, under AddressSanitizer +
+# Checks the formatting, then builds and runs every test suite: optimised, under AddressSanitizer +
 # UndefinedBehaviorSanitizer, under ThreadSanitizer, and the Windows build
 # (cross-compiled with MinGW-w64, run under wine against the simulator).
 # Pass suite names to run only those: default asan tsan windows.
@@ -8,6 +8,7 @@ cd "$(dirname "$0")/.."
 suites=("$@")
 [ ${#suites[@]} -gt 0 ] || suites=(default asan tsan windows)
 bash scripts/install-deps.sh
+bash scripts/check-format.sh
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 for suite in "${suites[@]}"; do

@@ -56,8 +56,7 @@ std::string parseInjection(const std::string& text, Injection& out) {
     const std::size_t colon = text.find(':');
     const std::size_t hash = text.find('#');
     const std::size_t at = text.rfind('@');
-    if (colon == std::string::npos || hash == std::string::npos || at == std::string::npos || colon > hash ||
-        hash > at)
+    if (colon == std::string::npos || hash == std::string::npos || at == std::string::npos || colon > hash || hash > at)
         return "expected CHANNEL:ID#HEXDATA[/FLAGS]@MS";
     unsigned long channel = 0, period = 0;
     if (!parseDecimal(text.substr(0, colon), 3, channel)) return "channel must be 0 to 3";
@@ -147,7 +146,8 @@ int main(int argc, char** argv) {
     app.add_option("--version-status", options.versionStatus,
                    "Status answered to the version query (0: feature level 100; e.g. 65535 for an old device)")
         ->capture_default_str();
-    app.add_option("--boot-ms", options.bootTimeMs, "Deaf time after a restart, in milliseconds")->capture_default_str();
+    app.add_option("--boot-ms", options.bootTimeMs, "Deaf time after a restart, in milliseconds")
+        ->capture_default_str();
     app.add_option("--capacity", options.capacity, "Transmit messages the device can hold")->capture_default_str();
     app.add_flag("-v,--verbose", options.verbose, "Log every packet on standard error");
     std::vector<std::string> injectSpecs;
@@ -180,7 +180,8 @@ int main(int argc, char** argv) {
 
     CLI11_PARSE(app, argc, argv);
     std::vector<Injection> injections(injectSpecs.size());
-    for (std::size_t i = 0; i < injectSpecs.size(); ++i) parseInjection(injectSpecs[i], injections[i]);
+    for (std::size_t i = 0; i < injectSpecs.size(); ++i)
+        parseInjection(injectSpecs[i], injections[i]);
 
     // The serving thread inherits the blocked set; this thread takes the signals.
     sigset_t stopSignals;

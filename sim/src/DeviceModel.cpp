@@ -12,14 +12,16 @@ namespace tarvelsim {
 
 namespace {
 
-constexpr uint16_t kNoHandler = 0xFFFF;    // unknown handler, invalid request
-constexpr uint16_t kBadLength = 0xFFFE;    // data does not fit the DLC
-constexpr uint16_t kOutOfMemory = 0xFFFD;  // table full
-constexpr uint16_t kUnknownEntry = 1;      // remove/enable/disable of an unknown entry
+constexpr uint16_t kNoHandler = 0xFFFF;   // unknown handler, invalid request
+constexpr uint16_t kBadLength = 0xFFFE;   // data does not fit the DLC
+constexpr uint16_t kOutOfMemory = 0xFFFD; // table full
+constexpr uint16_t kUnknownEntry = 1;     // remove/enable/disable of an unknown entry
 constexpr uint32_t kId29 = 0x1FFFFFFF;
 constexpr uint8_t kCumulative = 0x80;
 
-uint16_t be16(const Bytes& d, std::size_t at) { return static_cast<uint16_t>(d[at] << 8 | d[at + 1]); }
+uint16_t be16(const Bytes& d, std::size_t at) {
+    return static_cast<uint16_t>(d[at] << 8 | d[at + 1]);
+}
 uint32_t be32(const Bytes& d, std::size_t at) {
     return static_cast<uint32_t>(d[at]) << 24 | static_cast<uint32_t>(d[at + 1]) << 16 |
            static_cast<uint32_t>(d[at + 2]) << 8 | d[at + 3];
@@ -29,7 +31,9 @@ uint32_t le32(const Bytes& d, std::size_t at) {
            static_cast<uint32_t>(d[at + 2]) << 16 | static_cast<uint32_t>(d[at + 3]) << 24;
 }
 
-uint32_t fieldMask(unsigned bits) { return bits >= 32 ? 0xFFFFFFFFu : (1u << bits) - 1; }
+uint32_t fieldMask(unsigned bits) {
+    return bits >= 32 ? 0xFFFFFFFFu : (1u << bits) - 1;
+}
 
 uint32_t readField(const Bytes& data, unsigned start, unsigned length) {
     uint32_t v = 0;
@@ -118,8 +122,7 @@ void DeviceModel::restart(TimePoint now) {
     m_clockSince = now;
 }
 
-template <class Map>
-uint16_t DeviceModel::allocate(const Map& map, uint16_t& next) {
+template <class Map> uint16_t DeviceModel::allocate(const Map& map, uint16_t& next) {
     // Increasing handlers, reused only after a wrap: a host that keeps a copy
     // of removed entries does not meet its old handler again soon.
     for (;;) {
@@ -192,7 +195,8 @@ void DeviceModel::reportsFor(const BusFrame& frame, std::vector<DevicePacket>& o
         p.messageId = frame.channel;
         p.responseId = response::ASYNC_MESSAGE;
         const uint8_t dlc = lengthToDlc(frame.data.size());
-        p.data = {static_cast<uint8_t>(h >> 8), static_cast<uint8_t>(h), static_cast<uint8_t>((frame.flags & 0xF0) | dlc)};
+        p.data = {static_cast<uint8_t>(h >> 8), static_cast<uint8_t>(h),
+                  static_cast<uint8_t>((frame.flags & 0xF0) | dlc)};
         p.data.insert(p.data.end(), frame.data.begin(), frame.data.end());
         p.data.resize(3 + dlcToLength(dlc), 0);
         out.push_back(std::move(p));
@@ -204,15 +208,25 @@ DevicePacket DeviceModel::floodReport(uint32_t n) const {
     uint16_t handler = 0x0001;
     for (const auto& [h, r] : m_requests) {
         if (!r.enabled || !(r.channelMask & 0x0F)) continue;
-        while (!(r.channelMask >> channel & 1)) ++channel;
+        while (!(r.channelMask >> channel & 1))
+            ++channel;
         handler = h;
         break;
     }
     DevicePacket p;
     p.messageId = channel;
     p.responseId = response::ASYNC_MESSAGE;
-    p.data = {static_cast<uint8_t>(handler >> 8), static_cast<uint8_t>(handler), 8, static_cast<uint8_t>(n >> 24),
-              static_cast<uint8_t>(n >> 16), static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n), 0, 0, 0, 0};
+    p.data = {static_cast<uint8_t>(handler >> 8),
+              static_cast<uint8_t>(handler),
+              8,
+              static_cast<uint8_t>(n >> 24),
+              static_cast<uint8_t>(n >> 16),
+              static_cast<uint8_t>(n >> 8),
+              static_cast<uint8_t>(n),
+              0,
+              0,
+              0,
+              0};
     return p;
 }
 
@@ -221,7 +235,8 @@ DeviceModel::Outcome DeviceModel::execute(const HostPacket& packet, TimePoint no
     const bool tracked = packet.messageId != kUntrackedId;
     Outcome out;
     auto ok = [&](uint16_t value) {
-        out.answers.push_back({tracked ? packet.messageId : uint8_t(0), response::OK,
+        out.answers.push_back({tracked ? packet.messageId : uint8_t(0),
+                               response::OK,
                                {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)}});
         return out;
     };
@@ -236,8 +251,7 @@ DeviceModel::Outcome DeviceModel::execute(const HostPacket& packet, TimePoint no
     };
 
     switch (packet.command) {
-    case cmd::PING:
-        return ok(0);
+    case cmd::PING: return ok(0);
 
     case cmd::REBOOT:
         if (d.size() != 1) return failed();
@@ -362,8 +376,7 @@ DeviceModel::Outcome DeviceModel::execute(const HostPacket& packet, TimePoint no
         m_gatewayTarget = d[0];
         m_gatewayId = le32(d, 1);
         return ok(0);
-    case cmd::BLOB_REMOVE:
-        return ok(0);
+    case cmd::BLOB_REMOVE: return ok(0);
 
     case cmd::ADD_SIGNAL: {
         if (d.size() != 8) return failed();
@@ -406,7 +419,8 @@ DeviceModel::Outcome DeviceModel::execute(const HostPacket& packet, TimePoint no
             }
             if (touched.empty()) return ok(kNoHandler);
             ok(0);
-            for (uint16_t m : touched) changed(m, bus);
+            for (uint16_t m : touched)
+                changed(m, bus);
             return out;
         }
         return failed();
@@ -419,7 +433,8 @@ DeviceModel::Outcome DeviceModel::execute(const HostPacket& packet, TimePoint no
             if (std::find(touched.begin(), touched.end(), s.message) == touched.end()) touched.push_back(s.message);
         }
         ok(0);
-        for (uint16_t m : touched) changed(m, bus);
+        for (uint16_t m : touched)
+            changed(m, bus);
         return out;
     }
     case cmd::REMOVE_SIGNAL:
@@ -430,7 +445,8 @@ DeviceModel::Outcome DeviceModel::execute(const HostPacket& packet, TimePoint no
         auto it = m_signals.find(be16(d, 1));
         if (it == m_signals.end()) return ok(kNoHandler);
         it->second.controlMode = d[0];
-        for (int i = 0; i < 3; ++i) it->second.controlArgs[i] = be32(d, 3 + 4 * std::size_t(i));
+        for (int i = 0; i < 3; ++i)
+            it->second.controlArgs[i] = be32(d, 3 + 4 * std::size_t(i));
         return ok(0);
     }
 
@@ -462,8 +478,7 @@ DeviceModel::Outcome DeviceModel::execute(const HostPacket& packet, TimePoint no
         return ok(0);
     }
 
-    default:
-        return failed();
+    default: return failed();
     }
 }
 

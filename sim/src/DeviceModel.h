@@ -103,8 +103,7 @@ private:
     void changed(uint16_t handler, std::vector<BusFrame>& bus); // data changed: resend on-change messages
     void writeEeprom(uint16_t address, const uint8_t* data, std::size_t length);
 
-    template <class Map>
-    static uint16_t allocate(const Map& map, uint16_t& next);
+    template <class Map> static uint16_t allocate(const Map& map, uint16_t& next);
 
     uint16_t m_versionStatus;
     unsigned m_capacity;

@@ -32,8 +32,8 @@ namespace {
 
 constexpr std::size_t kMaxPending = std::size_t(1) << 20; // bytes the host has not taken yet
 constexpr std::size_t kFloodLowWater = 4096;              // rate floods pause above this backlog
-constexpr unsigned kFloodBatch = 16;                       // reports per refill when flooding flat out
-constexpr uint64_t kFloodBurst = 1000;                     // rate flood: most reports per wake-up
+constexpr unsigned kFloodBatch = 16;                      // reports per refill when flooding flat out
+constexpr uint64_t kFloodBurst = 1000;                    // rate flood: most reports per wake-up
 constexpr auto kReopenInterval = std::chrono::milliseconds(250);
 const uint8_t kGarbage[] = {0x55, 0xAA, 0x13};
 const uint8_t kCutJunk[] = {0x01, 0x02, 0x03, slip::ESC, slip::ESC_BRK};
@@ -357,7 +357,9 @@ struct Simulator::Impl {
 
     // --- output ---------------------------------------------------------------
 
-    std::size_t pending() const { return out.size() - outPos; }
+    std::size_t pending() const {
+        return out.size() - outPos;
+    }
 
     void queue(const Bytes& bytes) {
         if (io < 0 || pending() + bytes.size() > kMaxPending) return;
@@ -416,8 +418,9 @@ struct Simulator::Impl {
             if (f.silent) continue;
             ++answerCount;
             if (f.dropEvery && answerCount % f.dropEvery == 0) {
-                if (options.verbose) std::fprintf(stderr, "tarvel-sim: answer %llu dropped\n",
-                                                  static_cast<unsigned long long>(answerCount));
+                if (options.verbose)
+                    std::fprintf(stderr, "tarvel-sim: answer %llu dropped\n",
+                                 static_cast<unsigned long long>(answerCount));
                 continue;
             }
             Bytes bytes;
@@ -440,7 +443,8 @@ struct Simulator::Impl {
     void sendReports(const std::vector<DevicePacket>& reports, TimePoint now, const Faults& f) {
         if (reports.empty() || !canReport(now, f)) return;
         Bytes bytes;
-        for (const DevicePacket& p : reports) appendFrame(bytes, p, false, f);
+        for (const DevicePacket& p : reports)
+            appendFrame(bytes, p, false, f);
         queue(bytes);
     }
 
@@ -449,7 +453,8 @@ struct Simulator::Impl {
         std::vector<DevicePacket> reports;
         {
             std::lock_guard<std::mutex> lock(stateMutex);
-            for (const BusFrame& frame : bus) model.reportsFor(frame, reports);
+            for (const BusFrame& frame : bus)
+                model.reportsFor(frame, reports);
         }
         sendReports(reports, now, f);
     }
@@ -471,7 +476,8 @@ struct Simulator::Impl {
         std::vector<DevicePacket> reports;
         {
             std::lock_guard<std::mutex> lock(stateMutex);
-            for (uint64_t i = 0; i < count; ++i) reports.push_back(model.floodReport(floodNumber++));
+            for (uint64_t i = 0; i < count; ++i)
+                reports.push_back(model.floodReport(floodNumber++));
         }
         sendReports(reports, now, f);
     }
@@ -490,8 +496,7 @@ struct Simulator::Impl {
         if (now < bootEnd) return;
         const Bytes& frame = decoder.frame();
         const uint8_t id = frame.size() >= 2 ? frame[1] : 0;
-        if (options.verbose)
-            std::fprintf(stderr, "tarvel-sim: host   %s (rejected)\n", hex(frame).c_str());
+        if (options.verbose) std::fprintf(stderr, "tarvel-sim: host   %s (rejected)\n", hex(frame).c_str());
         sendAnswers({{id, responseId, {}}}, now, currentFaults());
     }
 
@@ -562,17 +567,10 @@ struct Simulator::Impl {
             if (!hostConnected) setConnected(true); // someone writes, whatever the events said
             for (ssize_t i = 0; i < n; ++i) {
                 switch (decoder.feed(buf[i])) {
-                case SlipDecoder::Event::None:
-                    break;
-                case SlipDecoder::Event::Frame:
-                    onFrame(decoder.frame(), now);
-                    break;
-                case SlipDecoder::Event::BadEscape:
-                    onBadFrame(response::SLIP_PROTO_ERROR, now);
-                    break;
-                case SlipDecoder::Event::TooLong:
-                    onBadFrame(response::PACKET_ERROR, now);
-                    break;
+                case SlipDecoder::Event::None: break;
+                case SlipDecoder::Event::Frame: onFrame(decoder.frame(), now); break;
+                case SlipDecoder::Event::BadEscape: onBadFrame(response::SLIP_PROTO_ERROR, now); break;
+                case SlipDecoder::Event::TooLong: onBadFrame(response::PACKET_ERROR, now); break;
                 }
                 if (io < 0) return; // hung up by a responder
             }
@@ -606,7 +604,8 @@ struct Simulator::Impl {
             if (stopRequested) return false;
             todo.swap(actions);
         }
-        for (auto& action : todo) action();
+        for (auto& action : todo)
+            action();
         return true;
     }
 
@@ -621,8 +620,8 @@ struct Simulator::Impl {
         if (canReport(now, f)) {
             if (f.floodMax && pending() == 0) return 0;
             if (!f.floodMax && f.floodPerSecond > 0)
-                next = std::min(next, floodStart + std::chrono::microseconds((floodSent + 1) * 1000000 /
-                                                                             f.floodPerSecond));
+                next = std::min(next,
+                                floodStart + std::chrono::microseconds((floodSent + 1) * 1000000 / f.floodPerSecond));
         }
         if (io < 0 && !options.port.empty() && !hungUp) next = std::min(next, reopenAt);
         return msUntil(now, next);
@@ -652,8 +651,7 @@ struct Simulator::Impl {
                 if (!openPort(true)) reopenAt = now + kReopenInterval;
             }
             if (io >= 0 && ioIndex < count && (fds[ioIndex].revents & (POLLIN | POLLHUP | POLLERR))) readInput(now);
-            if (io >= 0 && ioIndex < count && (fds[ioIndex].revents & POLLNVAL) && !options.port.empty())
-                lineLost(now);
+            if (io >= 0 && ioIndex < count && (fds[ioIndex].revents & POLLNVAL) && !options.port.empty()) lineLost(now);
 
             now = SteadyClock::now();
             while (!delayed.empty() && delayed.front().due <= now) {
@@ -679,7 +677,9 @@ struct Simulator::Impl {
 
 Simulator::Simulator(Options options) : m_impl(std::make_unique<Impl>(std::move(options))) {}
 
-Simulator::~Simulator() { stop(); }
+Simulator::~Simulator() {
+    stop();
+}
 
 bool Simulator::start() {
     Impl& d = *m_impl;
@@ -751,7 +751,9 @@ void Simulator::stop() {
     closeFd(d.wakeWrite);
 }
 
-std::string Simulator::portPath() const { return m_impl->path; }
+std::string Simulator::portPath() const {
+    return m_impl->path;
+}
 
 std::string Simulator::lastError() const {
     std::lock_guard<std::mutex> lock(m_impl->stateMutex);
@@ -846,7 +848,9 @@ std::size_t Simulator::requestCount() const {
     return m_impl->model.requestCount();
 }
 
-bool Simulator::hostConnected() const { return m_impl->connectedMirror; }
+bool Simulator::hostConnected() const {
+    return m_impl->connectedMirror;
+}
 
 bool Simulator::booting() const {
     std::lock_guard<std::mutex> lock(m_impl->stateMutex);

@@ -8,7 +8,8 @@ constexpr uint8_t kDlcLength[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 3
 
 uint16_t sum16(const uint8_t* data, std::size_t size) {
     uint32_t sum = 0;
-    for (std::size_t i = 0; i < size; ++i) sum += data[i];
+    for (std::size_t i = 0; i < size; ++i)
+        sum += data[i];
     return static_cast<uint16_t>(sum);
 }
 
@@ -51,7 +52,9 @@ Bytes slipEncode(const Bytes& payload) {
     return frame;
 }
 
-SlipDecoder::SlipDecoder(std::size_t maxSize) : m_maxSize(maxSize) { m_gathered.reserve(maxSize); }
+SlipDecoder::SlipDecoder(std::size_t maxSize) : m_maxSize(maxSize) {
+    m_gathered.reserve(maxSize);
+}
 
 void SlipDecoder::reset() {
     m_state = State::Hunt;
@@ -108,7 +111,9 @@ SlipDecoder::Event SlipDecoder::feed(uint8_t byte) {
     return Event::None;
 }
 
-std::size_t dlcToLength(uint8_t dlc) { return dlc < 16 ? kDlcLength[dlc] : 64; }
+std::size_t dlcToLength(uint8_t dlc) {
+    return dlc < 16 ? kDlcLength[dlc] : 64;
+}
 
 uint8_t lengthToDlc(std::size_t length) {
     for (uint8_t dlc = 0; dlc < 16; ++dlc)

@@ -7,8 +7,7 @@
 
 namespace tarvel::capi {
 
-template <class F>
-int guarded(F&& body) noexcept {
+template <class F> int guarded(F&& body) noexcept {
     try {
         return body();
     } catch (...) {
@@ -16,8 +15,7 @@ int guarded(F&& body) noexcept {
     }
 }
 
-template <class F>
-void guardedVoid(F&& body) noexcept {
+template <class F> void guardedVoid(F&& body) noexcept {
     try {
         body();
     } catch (...) {

@@ -16,8 +16,7 @@ TARVEL_API void TARVEL_CALL DebugCommTarvel(Tarvel* tarvel, const char* fileName
     guardedVoid([&] { tarvel->DebugComm(fileName, mode); });
 }
 
-TARVEL_API int TARVEL_CALL SetPrintFunctionTarvel(Tarvel* tarvel, void (*func)(const char*),
-                                                  LOG_LEVELS_TARVEL level) {
+TARVEL_API int TARVEL_CALL SetPrintFunctionTarvel(Tarvel* tarvel, void (*func)(const char*), LOG_LEVELS_TARVEL level) {
     return guarded([&] { return tarvel->SetPrintStream(func, level); });
 }
 

@@ -32,8 +32,8 @@ TARVEL_API int TARVEL_CALL ReadAsyncMsgTarvel(Tarvel* tarvel, int requestKey, Ta
 }
 
 TARVEL_API int TARVEL_CALL RequestMessageTarvel(Tarvel* tarvel, unsigned char channelMask, unsigned int id,
-                                                bool tailFlag, bool idFlag, unsigned char dlc, bool flag7,
-                                                bool flag6, const unsigned char* data) {
+                                                bool tailFlag, bool idFlag, unsigned char dlc, bool flag7, bool flag6,
+                                                const unsigned char* data) {
     return guarded([&] { return tarvel->RequestMessage(channelMask, id, tailFlag, idFlag, dlc, flag7, flag6, data); });
 }
 
@@ -61,8 +61,8 @@ TARVEL_API int TARVEL_CALL SignalReadValue32Tarvel(Tarvel* tarvel, unsigned shor
     return guarded([&] { return tarvel->SignalReadValue(handler, *value, age, doRead); });
 }
 
-TARVEL_API int TARVEL_CALL SignalReadValue64Tarvel(Tarvel* tarvel, unsigned short handler,
-                                                   unsigned long long* value, unsigned int* age, bool doRead) {
+TARVEL_API int TARVEL_CALL SignalReadValue64Tarvel(Tarvel* tarvel, unsigned short handler, unsigned long long* value,
+                                                   unsigned int* age, bool doRead) {
     if (!value) return -5;
     return guarded([&] { return tarvel->SignalReadValue(handler, *value, age, doRead); });
 }

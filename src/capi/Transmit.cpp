@@ -41,8 +41,7 @@ TARVEL_API int TARVEL_CALL GetHandlerTarvel(Tarvel* tarvel, unsigned char select
 }
 
 TARVEL_API int TARVEL_CALL AddSignalTarvel(Tarvel* tarvel, unsigned short messageHandler, unsigned char group,
-                                           unsigned short startSymbol, unsigned short stopSymbol,
-                                           unsigned char flags) {
+                                           unsigned short startSymbol, unsigned short stopSymbol, unsigned char flags) {
     return guarded([&] { return tarvel->AddSignal(messageHandler, group, startSymbol, stopSymbol, flags); });
 }
 

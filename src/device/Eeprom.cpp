@@ -10,7 +10,9 @@ namespace {
 constexpr unsigned kMaxEepromBlock = 16;
 constexpr unsigned kFirstWritableAddress = 30;
 
-bool validBlockLength(unsigned char length) { return length >= 1 && length <= kMaxEepromBlock; }
+bool validBlockLength(unsigned char length) {
+    return length >= 1 && length <= kMaxEepromBlock;
+}
 } // namespace
 
 int Tarvel::ReadEeprom(unsigned short address, unsigned char length, unsigned char* data) {

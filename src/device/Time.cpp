@@ -17,7 +17,8 @@ int Tarvel::GetTime(long long* time) {
     if (answer.size() > 4) {
         std::fprintf(stderr, "Unable convert %d bit number to uint32.\n", static_cast<int>(8 * answer.size()));
     } else {
-        for (unsigned char b : answer) value = (value << 8) | b;
+        for (unsigned char b : answer)
+            value = (value << 8) | b;
     }
     *time = static_cast<long long>(value);
     return 0;

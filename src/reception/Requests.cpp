@@ -5,8 +5,8 @@
 using tarvel::kAnswerRefused;
 using tarvel::mapAnswer;
 
-int Tarvel::RequestMessage(unsigned char channelMask, unsigned int id, bool tailFlag, bool idFlag,
-                           unsigned char dlc, bool flag7, bool flag6, const unsigned char* data) {
+int Tarvel::RequestMessage(unsigned char channelMask, unsigned int id, bool tailFlag, bool idFlag, unsigned char dlc,
+                           bool flag7, bool flag6, const unsigned char* data) {
     ByteVector payload{channelMask};
     tarvel::appendLE32(payload, id); // sent whole; idFlag can only set bit 31
     if (idFlag) payload.back() |= 0x80;
@@ -26,10 +26,14 @@ int Tarvel::RequestMessage(unsigned char channelMask, unsigned int id, bool tail
     return static_cast<int>((static_cast<unsigned>(channelMask) << 16) | (id & 0xFFFF));
 }
 
-int Tarvel::EnableRequest(unsigned short handler) { return mapAnswer(_exchangeHandler(ENABLE_REQUEST, handler, {})); }
+int Tarvel::EnableRequest(unsigned short handler) {
+    return mapAnswer(_exchangeHandler(ENABLE_REQUEST, handler, {}));
+}
 
 int Tarvel::DisableRequest(unsigned short handler) {
     return mapAnswer(_exchangeHandler(DISABLE_REQUEST, handler, {}));
 }
 
-int Tarvel::RemoveRequest(unsigned short handler) { return mapAnswer(_exchangeHandler(REMOVE_REQUEST, handler, {})); }
+int Tarvel::RemoveRequest(unsigned short handler) {
+    return mapAnswer(_exchangeHandler(REMOVE_REQUEST, handler, {}));
+}

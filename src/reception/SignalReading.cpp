@@ -8,21 +8,25 @@
 namespace {
 constexpr unsigned kMaxReadBits = 64;
 
-unsigned signalLength(const SignalRequest& entry) { return entry[2] - entry[1] + 1; }
+unsigned signalLength(const SignalRequest& entry) {
+    return entry[2] - entry[1] + 1;
+}
 
 // Bits are numbered least significant first across the data bytes; the
 // accumulator holds the bytes from the signal's first byte on.
-template <typename T>
-T extract(const ByteVector& data, const SignalRequest& entry, std::size_t byteCount) {
+template <typename T> T extract(const ByteVector& data, const SignalRequest& entry, std::size_t byteCount) {
     const std::size_t first = entry[1] / 8;
     T acc = 0;
-    for (std::size_t k = 0; k < byteCount && k < sizeof(T); ++k) acc |= static_cast<T>(data[first + k]) << (8 * k);
+    for (std::size_t k = 0; k < byteCount && k < sizeof(T); ++k)
+        acc |= static_cast<T>(data[first + k]) << (8 * k);
     acc >>= entry[1] % 8;
     const unsigned length = signalLength(entry);
     return length >= 8 * sizeof(T) ? acc : acc & ((static_cast<T>(1) << length) - 1);
 }
 
-std::size_t spanBytes(const SignalRequest& entry) { return entry[2] / 8 - entry[1] / 8 + 1; }
+std::size_t spanBytes(const SignalRequest& entry) {
+    return entry[2] / 8 - entry[1] / 8 + 1;
+}
 } // namespace
 
 int Tarvel::RequestSignal(int requestKey, unsigned short StartSymbol, unsigned short StopSymbol) {

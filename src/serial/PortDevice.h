@@ -16,8 +16,8 @@ namespace tarvel {
 enum class IoStage { CreateEvent, Transfer, Wait, Result, CloseEvent };
 
 struct IoResult {
-    long long count = 0;          // bytes transferred (0: time-out or cancelled read)
-    bool ok = true;               // false: failed at `stage` with system error `error`
+    long long count = 0; // bytes transferred (0: time-out or cancelled read)
+    bool ok = true;      // false: failed at `stage` with system error `error`
     IoStage stage = IoStage::Transfer;
     unsigned long error = 0;
 };

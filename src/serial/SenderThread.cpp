@@ -54,7 +54,8 @@ int SerialPort::WriteByteNonblock(unsigned char* buf, int n) {
     }
     const int state = m_threadStatus.load();
     if (state != RUNNING) {
-        std::fprintf(stderr, "SerialPort::WriteByteNonblock: Unexpected state of thread: %s.", stateText(state).c_str());
+        std::fprintf(stderr, "SerialPort::WriteByteNonblock: Unexpected state of thread: %s.",
+                     stateText(state).c_str());
         return stateCode(state);
     }
     const int count = _writeBuffer(buf, n);
@@ -117,8 +118,8 @@ int SerialPort::SenderThread(SerialPort* port) {
         if (!first) {
             const unsigned long w = event::wait(port->m_dataReadyEvent, kIdleWaitMs);
             if (w == event::kAbandoned || w == event::kFailed) {
-                PrintSystemError(port::lastError(), "SerialPort::SenderThread WaitForSingleObject failed with error: ",
-                                 true);
+                PrintSystemError(port::lastError(),
+                                 "SerialPort::SenderThread WaitForSingleObject failed with error: ", true);
                 ++errors;
             }
         }

@@ -13,15 +13,15 @@ namespace port = tarvel::port;
 namespace event = tarvel::event;
 
 SerialPort::SerialPort()
-    : m_dataReadyEvent(nullptr), m_threadStatusEvent(nullptr), m_portHandle(nullptr), m_dcb(),
-      m_dropEnabled(true), m_readTimeout(0), m_writeTimeout(0), m_threadStatus(IDLE), m_readAhead(nullptr),
-      m_readPos(0), m_readLen(0), m_readCap(0) {}
+    : m_dataReadyEvent(nullptr), m_threadStatusEvent(nullptr), m_portHandle(nullptr), m_dcb(), m_dropEnabled(true),
+      m_readTimeout(0), m_writeTimeout(0), m_threadStatus(IDLE), m_readAhead(nullptr), m_readPos(0), m_readLen(0),
+      m_readCap(0) {}
 
 SerialPort::SerialPort(const SerialPort& other)
     : m_dataReadyEvent(nullptr), m_threadStatusEvent(nullptr), m_portHandle(nullptr), m_dcb(other.m_dcb),
       m_dropEnabled(other.m_dropEnabled), m_readTimeout(other.m_readTimeout.load()),
-      m_writeTimeout(other.m_writeTimeout.load()), m_portName(other.m_portName), m_threadStatus(IDLE), m_readAhead(nullptr), m_readPos(0), m_readLen(0),
-      m_readCap(0) {}
+      m_writeTimeout(other.m_writeTimeout.load()), m_portName(other.m_portName), m_threadStatus(IDLE),
+      m_readAhead(nullptr), m_readPos(0), m_readLen(0), m_readCap(0) {}
 
 SerialPort& SerialPort::operator=(const SerialPort& other) {
     // Taken first: assigning a port to itself closes it as well, but keeps
@@ -135,9 +135,13 @@ int SerialPort::GetTimeout(unsigned int& readMs, unsigned int& writeMs) {
     return 0;
 }
 
-bool SerialPort::IsActive() { return m_portHandle != nullptr; }
+bool SerialPort::IsActive() {
+    return m_portHandle != nullptr;
+}
 
-int SerialPort::getThrStatus() const { return m_threadStatus.load(); }
+int SerialPort::getThrStatus() const {
+    return m_threadStatus.load();
+}
 
 void SerialPort::_cancelRead() {
     if (m_portHandle != nullptr) port::cancelRead(m_portHandle);

@@ -19,7 +19,9 @@ const unsigned char kEscBrk = 0xDE;
 
 // Room the encoder needs for n payload bytes: every byte escaped, both
 // delimiters, and some slack.
-inline std::size_t encodeBound(std::size_t n) { return 2 * n + 4; }
+inline std::size_t encodeBound(std::size_t n) {
+    return 2 * n + 4;
+}
 
 // Writes END, the escaped payload and END into out; returns the frame length.
 inline std::size_t encode(const unsigned char* data, std::size_t n, unsigned char* out) {

@@ -56,7 +56,8 @@ int Tarvel::Disconnect() {
     // would take and then abandon.
     if (result == 0 && m_receiverThread.joinable()) {
         const auto deadline = std::chrono::steady_clock::now() + kReceiverEndWait;
-        while (m_receiverRunning.load() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+        while (m_receiverRunning.load() && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
     }
     return result;
 }

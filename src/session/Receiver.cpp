@@ -53,7 +53,8 @@ void Tarvel::StopReceiver() {
 void Tarvel::_receiverLoop() {
     // Callers that reconfigure or close the port go first (see PortLock).
     auto takePort = [this] {
-        while (m_portWaiters.load() != 0) std::this_thread::yield();
+        while (m_portWaiters.load() != 0)
+            std::this_thread::yield();
         return std::unique_lock<std::mutex>(m_portMutex);
     };
 
@@ -95,8 +96,8 @@ void Tarvel::_receiverLoop() {
                 } else {
                     const unsigned value = tarvel::session::answerValue(message.data);
                     if (value != 0) {
-                        std::fprintf(stderr, "Tarvel::Receiver: Invalid return value of some untraced commands. %#06x\n",
-                                     value);
+                        std::fprintf(
+                            stderr, "Tarvel::Receiver: Invalid return value of some untraced commands. %#06x\n", value);
                         if (++invalidUntraced > kMaxInvalidUntraced) {
                             m_receiverRunning.exchange(false);
                             return;

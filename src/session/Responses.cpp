@@ -15,7 +15,8 @@ unsigned answerValue(const ByteVector& data) {
         return 0;
     }
     unsigned value = 0;
-    for (unsigned char b : data) value = (value << 8) | b;
+    for (unsigned char b : data)
+        value = (value << 8) | b;
     return value;
 }
 
@@ -58,18 +59,10 @@ int Tarvel::_readAnswerDirect(RecvMessage& message, int slipMode, bool quiet, bo
 // caller's quiet flag says.
 int Tarvel::_failedAnswer(unsigned char responseId) {
     switch (responseId) {
-    case COMMAND_FAILED:
-        Printf_err("TarvelAPI::GetResponse: COMMAND_FAILED!\n");
-        break;
-    case PACKET_ERROR:
-        Printf_err("TarvelAPI::GetResponse: PACKET_ERROR!\n");
-        break;
-    case SLIP_PROTO_ERROR:
-        Printf_err("TarvelAPI::GetResponse: SLIP_PROTO_ERROR!\n");
-        break;
-    default:
-        Printf_err("TarvelAPI::GetResponse: Unknown response ID: 0x%2.2X!\n", responseId);
-        break;
+    case COMMAND_FAILED: Printf_err("TarvelAPI::GetResponse: COMMAND_FAILED!\n"); break;
+    case PACKET_ERROR: Printf_err("TarvelAPI::GetResponse: PACKET_ERROR!\n"); break;
+    case SLIP_PROTO_ERROR: Printf_err("TarvelAPI::GetResponse: SLIP_PROTO_ERROR!\n"); break;
+    default: Printf_err("TarvelAPI::GetResponse: Unknown response ID: 0x%2.2X!\n", responseId); break;
     }
     return -4;
 }
@@ -111,10 +104,7 @@ int Tarvel::GetBytesResponse(ByteVector& data, bool quiet) {
         return value + hwBit;
     }
     case DATA_RESPONSE_A:
-    case DATA_RESPONSE_B:
-        data = std::move(message.data);
-        return hwBit;
-    default:
-        return _failedAnswer(message.responseId);
+    case DATA_RESPONSE_B: data = std::move(message.data); return hwBit;
+    default: return _failedAnswer(message.responseId);
     }
 }

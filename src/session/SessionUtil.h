@@ -52,12 +52,12 @@ private:
 // Inside a member of Tarvel: every operation that purges, reconfigures or
 // closes the port while a receiver thread may be reading it holds this lock
 // (after the exchange mutex).
-#define TARVEL_PORT_LOCK(name)                                                                                    \
-    tarvel::session::PortLock name(                                                                                \
-        m_portMutex, m_portWaiters,                                                                                \
-        [this] {                                                                                                   \
-            if (m_receiverThread.joinable()) m_serialPort._cancelRead();                                           \
-        },                                                                                                         \
+#define TARVEL_PORT_LOCK(name)                                                                                         \
+    tarvel::session::PortLock name(                                                                                    \
+        m_portMutex, m_portWaiters,                                                                                    \
+        [this] {                                                                                                       \
+            if (m_receiverThread.joinable()) m_serialPort._cancelRead();                                               \
+        },                                                                                                             \
         [this] { m_serialPort._clearCancelRead(); })
 
 #endif

@@ -27,7 +27,8 @@ int Tarvel::ChangeCrc(unsigned short handler, unsigned char* crcBlock) {
         block.assign(crcBlock, crcBlock + kCrcBlockSize);
     } else {
         // Unseeded on purpose: the application decides whether to seed rand.
-        for (std::size_t i = 0; i < kCrcBlockSize; ++i) block.push_back(static_cast<unsigned char>(std::rand() % 256));
+        for (std::size_t i = 0; i < kCrcBlockSize; ++i)
+            block.push_back(static_cast<unsigned char>(std::rand() % 256));
     }
     return mapAnswer(_exchangeHandler(CHANGE_CRC, handler, block), kCrcAnswers);
 }
@@ -42,4 +43,6 @@ int Tarvel::GatewayID(unsigned char target, unsigned int id) {
     return mapAnswer(_exchange(GATEWAY_ID, payload));
 }
 
-int Tarvel::BlobRemove() { return mapAnswer(_exchange(BLOB_REMOVE, {0x00})); }
+int Tarvel::BlobRemove() {
+    return mapAnswer(_exchange(BLOB_REMOVE, {0x00}));
+}

@@ -65,15 +65,9 @@ int Tarvel::AddMessage(const tagCanMessage& message, const ByteVector& data) {
     if (v < 0) return v;
     switch (v) {
     case 0:
-    case kAnswerRefused:
-        Printf_err("Tarvel::AddMessage: Invalid message.\n");
-        return -21;
-    case 0xFFFD:
-        Printf_err("Tarvel::AddMessage: Tarvel is out of memory.\n");
-        return -23;
-    case 0xFFFE:
-        Printf_err("Tarvel::AddMessage: Invalid message length.\n");
-        return -22;
+    case kAnswerRefused: Printf_err("Tarvel::AddMessage: Invalid message.\n"); return -21;
+    case 0xFFFD: Printf_err("Tarvel::AddMessage: Tarvel is out of memory.\n"); return -23;
+    case 0xFFFE: Printf_err("Tarvel::AddMessage: Invalid message length.\n"); return -22;
     default:
         m_txMessages.emplace(static_cast<uint16_t>(v), message); // an existing entry is kept
         return v;
@@ -88,10 +82,9 @@ int Tarvel::AddMessage(const tagCanMessage& message) {
     return AddMessage(message, ByteVector(kDlcToLength[message.dlc], 0x00));
 }
 
-int Tarvel::AddMessage(const unsigned char* data, unsigned char dlc, unsigned char selector1,
-                       unsigned char selector2, unsigned int id, bool idFlag, bool flag6, bool flag5, bool flag4,
-                       bool extraFlag, bool enabled, bool fastSlowSend, unsigned short param1,
-                       unsigned short param2, unsigned short param3) {
+int Tarvel::AddMessage(const unsigned char* data, unsigned char dlc, unsigned char selector1, unsigned char selector2,
+                       unsigned int id, bool idFlag, bool flag6, bool flag5, bool flag4, bool extraFlag, bool enabled,
+                       bool fastSlowSend, unsigned short param1, unsigned short param2, unsigned short param3) {
     tagCanMessage message{};
     message.dlc = dlc;
     message.selector1 = selector1;

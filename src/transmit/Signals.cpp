@@ -78,7 +78,9 @@ int Tarvel::ChangeSignalSgroup(unsigned char group, unsigned short value) {
     return mapAnswer(_exchange(CHANGE_SIGNAL, payload));
 }
 
-int Tarvel::ExecuteSignalChange(bool tracked) { return mapAnswer(_exchange(EXECUTE_SIGNAL_CHANGE, {}, tracked)); }
+int Tarvel::ExecuteSignalChange(bool tracked) {
+    return mapAnswer(_exchange(EXECUTE_SIGNAL_CHANGE, {}, tracked));
+}
 
 int Tarvel::SetSignalControl(unsigned short handler, unsigned char controlMode, unsigned int arg1, unsigned int arg2,
                              unsigned int arg3) {

@@ -6,7 +6,9 @@
 #include "TarvelAPI.h"
 
 namespace {
-void throwingSink(const char*) { throw std::runtime_error("sink failed"); }
+void throwingSink(const char*) {
+    throw std::runtime_error("sink failed");
+}
 } // namespace
 
 TEST(CApiGuard, ExceptionFromTheSessionBecomesAResultCode) {

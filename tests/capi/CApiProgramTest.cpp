@@ -40,7 +40,8 @@ std::size_t runWithDevice(const std::string& program, const std::vector<std::str
     std::vector<std::string> args = {program, sim.portPath()};
     args.insert(args.end(), extra.begin(), extra.end());
     std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
+    for (auto& a : args)
+        argv.push_back(a.data());
     argv.push_back(nullptr);
     pid_t pid = 0;
     if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {

@@ -15,8 +15,7 @@
 
 /* Must match the frame the launcher injects. */
 #define FRAME_ID 0x123u
-static const unsigned char kFrameData[12] = {0x10, 0x21, 0x32, 0x43, 0x54, 0x65,
-                                             0x76, 0x87, 0x98, 0xA9, 0xBA, 0xCB};
+static const unsigned char kFrameData[12] = {0x10, 0x21, 0x32, 0x43, 0x54, 0x65, 0x76, 0x87, 0x98, 0xA9, 0xBA, 0xCB};
 
 static int failures;
 
@@ -31,14 +30,21 @@ static int check(long long expected, long long actual, const char* what, int lin
 #define CHECK_EQ(expected, actual) check((long long)(expected), (long long)(actual), #actual, __LINE__)
 #define CHECK(cond) CHECK_EQ(1, (cond) != 0)
 /* Stops at once: later steps make no sense without this one. */
-#define REQUIRE_EQ(expected, actual) do { if (!CHECK_EQ(expected, actual)) return 1; } while (0)
+#define REQUIRE_EQ(expected, actual)                                                                                   \
+    do {                                                                                                               \
+        if (!CHECK_EQ(expected, actual)) return 1;                                                                     \
+    } while (0)
 
 /* What the session printed on ERR and INF through the callbacks. */
 static char errLog[1 << 16];
 static char infLog[1 << 16];
 
-static void onErr(const char* text) { strncat(errLog, text, sizeof errLog - strlen(errLog) - 1); }
-static void onInf(const char* text) { strncat(infLog, text, sizeof infLog - strlen(infLog) - 1); }
+static void onErr(const char* text) {
+    strncat(errLog, text, sizeof errLog - strlen(errLog) - 1);
+}
+static void onInf(const char* text) {
+    strncat(infLog, text, sizeof infLog - strlen(infLog) - 1);
+}
 
 static void pauseMs(long ms) {
     struct timespec ts = {0, ms * 1000000L};
@@ -171,7 +177,8 @@ static int checkReception(Tarvel* t) {
 
     /* Wait (at least 5 s) for the first report of the injected frame; null data copies nothing. */
     int rc = -1;
-    for (int i = 0; i < 1000 && (rc = ReadAsyncMsgTarvel(t, key, &msg, NULL, 0)) == -1; ++i) pauseMs(5);
+    for (int i = 0; i < 1000 && (rc = ReadAsyncMsgTarvel(t, key, &msg, NULL, 0)) == -1; ++i)
+        pauseMs(5);
     REQUIRE_EQ(0, rc);
     CHECK_EQ(FRAME_ID, msg.key);
     CHECK_EQ(FRAME_ID, msg.handler);

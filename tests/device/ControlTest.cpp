@@ -34,14 +34,16 @@ protected:
 
 TEST_F(DeviceControl, AnswerMappings) {
     const unsigned char byte = 1;
-    expectMappings(sim(), {
-        {[&] { return tarvel.Ping(); }, Tarvel::PING, {{0xFFFF, -21}, {0, 0}}},
-        {[&] { return tarvel.GetVersion(); }, Tarvel::REBOOT, {{0, 100}, {5, 0}, {0xFFFF, 0}}},
-        {[&] { return tarvel.SetTime(1); }, Tarvel::SET_TIME, {{0xFFFF, -21}, {7, 7}}},
-        {[&] { return tarvel.WriteEeprom(30, 1, &byte); }, Tarvel::WRITE_EEPROM, {{0xFFFF, -21}, {3, 3}}},
-    });
+    expectMappings(
+        sim(), {
+                   {[&] { return tarvel.Ping(); }, Tarvel::PING, {{0xFFFF, -21}, {0, 0}}},
+                   {[&] { return tarvel.GetVersion(); }, Tarvel::REBOOT, {{0, 100}, {5, 0}, {0xFFFF, 0}}},
+                   {[&] { return tarvel.SetTime(1); }, Tarvel::SET_TIME, {{0xFFFF, -21}, {7, 7}}},
+                   {[&] { return tarvel.WriteEeprom(30, 1, &byte); }, Tarvel::WRITE_EEPROM, {{0xFFFF, -21}, {3, 3}}},
+               });
     std::size_t versionQueries = 0;
-    for (const auto& p : sent(9)) versionQueries += p.command == Tarvel::REBOOT && p.payload == Bytes{3};
+    for (const auto& p : sent(9))
+        versionQueries += p.command == Tarvel::REBOOT && p.payload == Bytes{3};
     EXPECT_EQ(3u, versionQueries);
     // The refusal with a hardware error seen on the way.
     sim().setResponder(on(Tarvel::SET_TIME, [](const HostPacket& p) {
@@ -66,7 +68,8 @@ TEST_F(DeviceControl, UnansweredCommandsGiveMinus14AndChangeNothing) {
         [&] { return tarvel.Reset(); },
         [&] { return tarvel.Bootloader(); },
     };
-    for (const auto& call : calls) EXPECT_EQ(-14, unanswered(tarvel, call));
+    for (const auto& call : calls)
+        EXPECT_EQ(-14, unanswered(tarvel, call));
     EXPECT_EQ(5, time);
     EXPECT_EQ(9, block[0]);
     EXPECT_EQ(7u, sent(7).size()) << "a failed restart does not probe";

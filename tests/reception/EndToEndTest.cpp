@@ -14,10 +14,11 @@ protected:
     ::testing::AssertionResult reads(unsigned short signal, T expected, unsigned int* age = nullptr) {
         T value = 0;
         int r = -1;
-        if (eventually([&] { return (r = tarvel.SignalReadValue(signal, value, age, true)) == 0 && value == expected; }))
+        if (eventually(
+                [&] { return (r = tarvel.SignalReadValue(signal, value, age, true)) == 0 && value == expected; }))
             return ::testing::AssertionSuccess();
-        return ::testing::AssertionFailure() << "last read " << r << " value 0x" << std::hex << value << "; err: "
-                                             << err.str();
+        return ::testing::AssertionFailure()
+               << "last read " << r << " value 0x" << std::hex << value << "; err: " << err.str();
     }
 
     unsigned short addMessage(uint32_t id) {

@@ -31,15 +31,18 @@ TEST_F(Requests, InvalidDlcSendsNothing) {
 TEST_F(Requests, AnswerMappings) {
     const auto request = [&] { return tarvel.RequestMessage(1, 0x10, false, false, 0, false, false, nullptr); };
     const std::vector<std::pair<uint16_t, int>> plain = {{0xFFFF, -21}, {1, 1}};
-    expectMappings(sim(), {
-        {request, Tarvel::REQUEST_MESSAGE, {{1, -21}, {2, -21}, {3, -21}, {4, -21}, {5, -21}, {0xFFFF, -21}}},
-        {request, Tarvel::REQUEST_MESSAGE, {{6, 0x010010}, {0x1234, 0x010010}}}, // any other answer: the key
-        {[&] { return tarvel.EnableRequest(0x0102); }, Tarvel::ENABLE_REQUEST, plain},
-        {[&] { return tarvel.DisableRequest(0x0102); }, Tarvel::DISABLE_REQUEST, plain},
-        {[&] { return tarvel.RemoveRequest(0x0102); }, Tarvel::REMOVE_REQUEST, plain},
-    });
+    expectMappings(
+        sim(),
+        {
+            {request, Tarvel::REQUEST_MESSAGE, {{1, -21}, {2, -21}, {3, -21}, {4, -21}, {5, -21}, {0xFFFF, -21}}},
+            {request, Tarvel::REQUEST_MESSAGE, {{6, 0x010010}, {0x1234, 0x010010}}}, // any other answer: the key
+            {[&] { return tarvel.EnableRequest(0x0102); }, Tarvel::ENABLE_REQUEST, plain},
+            {[&] { return tarvel.DisableRequest(0x0102); }, Tarvel::DISABLE_REQUEST, plain},
+            {[&] { return tarvel.RemoveRequest(0x0102); }, Tarvel::REMOVE_REQUEST, plain},
+        });
     const auto log = sent(14);
-    for (std::size_t i = 8; i < 14; ++i) EXPECT_EQ((Bytes{0x01, 0x02}), log[i].payload) << "handler commands";
+    for (std::size_t i = 8; i < 14; ++i)
+        EXPECT_EQ((Bytes{0x01, 0x02}), log[i].payload) << "handler commands";
     sim().setResponder(ignore(Tarvel::REQUEST_MESSAGE));
     EXPECT_EQ(-14, unanswered(tarvel, request));
 }

@@ -26,8 +26,7 @@ protected:
     }
 
     // Polls until the signal reads something other than "no report yet".
-    template <typename T>
-    int readWhenPresent(unsigned short signal, T& value, unsigned int* age = nullptr) {
+    template <typename T> int readWhenPresent(unsigned short signal, T& value, unsigned int* age = nullptr) {
         int r = -1;
         eventually([&] { return (r = tarvel.SignalReadValue(signal, value, age, true)) != -1; });
         return r;
@@ -52,7 +51,8 @@ TEST_F(SignalReading, RegistrationNumbersAndSpanChecks) {
 
 TEST_F(SignalReading, RefusalsLeaveValueAndAgeAlone) {
     unsigned int value = 77, age = 88;
-    for (int i = 1; i <= 3; ++i) ASSERT_EQ(i, tarvel.RequestSignal(0x10001, 0, 7));
+    for (int i = 1; i <= 3; ++i)
+        ASSERT_EQ(i, tarvel.RequestSignal(0x10001, 0, 7));
     EXPECT_EQ(-1000, tarvel.SignalReadValue(9, value, &age, false));
     EXPECT_EQ("", err.str());
     EXPECT_EQ(-4, tarvel.SignalReadValue(5, value, &age, true));
@@ -97,7 +97,8 @@ TEST_F(SignalReading, BothWidthsOnEightBytes) {
 
 TEST_F(SignalReading, UnalignedSixtyFourBitSignalLosesItsTopBits) {
     Bytes data(12, 0);
-    for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(0x11 * (i + 1));
+    for (std::size_t i = 0; i < data.size(); ++i)
+        data[i] = static_cast<uint8_t>(0x11 * (i + 1));
     const auto s = signal(report(0x0103, data), 4, 67);
     unsigned long long wide = 0;
     CaptureStderr capture;

@@ -153,7 +153,8 @@ TEST_F(PortIo, TimedReadsKeepWhatArrivedUntilFlushDropsIt) {
 
 TEST_F(PortIo, ReadsLargerThanTheReadAhead) {
     ByteVector big(10000);
-    for (std::size_t i = 0; i < big.size(); ++i) big[i] = static_cast<unsigned char>(i * 7);
+    for (std::size_t i = 0; i < big.size(); ++i)
+        big[i] = static_cast<unsigned char>(i * 7);
     std::thread writer([&] { pty.write(big); });
     ByteVector got(big.size());
     EXPECT_EQ(port.ReadByte(got.data(), static_cast<int>(got.size()), false), static_cast<int>(got.size()));

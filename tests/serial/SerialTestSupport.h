@@ -33,7 +33,9 @@ inline bool waitFor(const std::function<bool()>& cond, int timeoutMs = 5000) {
 }
 
 // The session's line: 2,000,000 baud, 8 data bits, one stop bit, even parity.
-inline int connectLine(SerialPort& port, const std::string& path) { return port.Connect(path, 2000000, 8, 0, 2); }
+inline int connectLine(SerialPort& port, const std::string& path) {
+    return port.Connect(path, 2000000, 8, 0, 2);
+}
 
 class PtyPort : public ::testing::Test {
 protected:

@@ -19,7 +19,8 @@ class SlipSendTest : public PtyPort, public ::testing::WithParamInterface<bool> 
 TEST_P(SlipSendTest, EscapesOnlyEndAndEsc) {
     const bool blocking = GetParam();
     ByteVector ends = {0xC0}; // 200 ENDs: a frame of 402 bytes
-    for (int i = 0; i < 200; ++i) ends.insert(ends.end(), {0xDB, 0xDC});
+    for (int i = 0; i < 200; ++i)
+        ends.insert(ends.end(), {0xDB, 0xDC});
     ends.push_back(0xC0);
     const std::vector<SendCase> cases = {
         {{0xC0}, {0xC0, 0xDB, 0xDC, 0xC0}},

@@ -29,7 +29,8 @@ TEST_P(ConcurrentExchanges, EachCallerGetsTheAnswerToItsOwnCommand) {
             }
         });
     }
-    for (auto& c : callers) c.join();
+    for (auto& c : callers)
+        c.join();
     EXPECT_EQ(0, wrong.load()) << err.str();
     EXPECT_EQ(400u, sent(400).size());
 }

@@ -58,12 +58,14 @@ TEST_F(Connection, ConnectingTheOpenPortAgainQueriesTheVersionAgain) {
 TEST_F(Connection, MessageIdsRunFrom5To255ThenWrapTo5AndRestartAfterDisconnect) {
     // The version query of Connect carried 5.
     const int commands = 252;
-    for (int i = 0; i < commands; ++i) ASSERT_EQ(0, tarvel.SendCommand(Tarvel::PING, {}, true));
+    for (int i = 0; i < commands; ++i)
+        ASSERT_EQ(0, tarvel.SendCommand(Tarvel::PING, {}, true));
     ASSERT_EQ(0, tarvel.SendCommand(Tarvel::EXECUTE_SIGNAL_CHANGE, {}, false));
     ASSERT_EQ(0, tarvel.SendCommand(Tarvel::PING, {}, true));
     const auto log = sent(commands + 2);
     ASSERT_EQ(static_cast<std::size_t>(commands + 2), log.size());
-    for (int i = 0; i < 250; ++i) ASSERT_EQ(6 + i, log[i].messageId) << "packet " << i;
+    for (int i = 0; i < 250; ++i)
+        ASSERT_EQ(6 + i, log[i].messageId) << "packet " << i;
     EXPECT_EQ(5, log[250].messageId);
     EXPECT_EQ(6, log[251].messageId);
     EXPECT_EQ((Bytes{0x01, 0x04, 0x17, 0x00, 0x1C}), log[252].raw) << "untracked: id 4";

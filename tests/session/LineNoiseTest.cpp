@@ -30,10 +30,11 @@ Bytes packetNoise(std::mt19937& rng, int packets) {
     Bytes out;
     for (int i = 0; i < packets; ++i) {
         Bytes data(rng() % 70);
-        for (auto& b : data) b = static_cast<uint8_t>(rng());
+        for (auto& b : data)
+            b = static_cast<uint8_t>(rng());
         const uint8_t responseId = static_cast<uint8_t>(0x80 + rng() % 0x20);
-        const Bytes frame = tarvelsim::slipEncode(
-            tarvelsim::buildPacket(static_cast<uint8_t>(rng()), responseId, data));
+        const Bytes frame =
+            tarvelsim::slipEncode(tarvelsim::buildPacket(static_cast<uint8_t>(rng()), responseId, data));
         out.insert(out.end(), frame.begin(), frame.end());
     }
     return out;

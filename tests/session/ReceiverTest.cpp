@@ -88,7 +88,8 @@ TEST_F(Receiver, AWaitDiscardsTheAnswersAheadOfItsOwn) {
 
 TEST_F(Receiver, TheAsyncMapKeepsTheLatestReportPerKey) {
     Bytes report{0x01, 0x23, 0x8A};
-    for (uint8_t i = 0; i < 16; ++i) report.push_back(i);
+    for (uint8_t i = 0; i < 16; ++i)
+        report.push_back(i);
     sim().sendPacket({2, Tarvel::ASYNC_MESSAGE, report});
     RecvAsyncMessage r;
     ASSERT_TRUE(eventually([&] { return (r = tarvel.ReadAsyncMessage(0x40123)).key != 0; }));
@@ -126,7 +127,7 @@ TEST_F(Receiver, MalformedTrafficIsDroppedWithoutHarm) {
     Bytes badSum = tarvelsim::buildPacket(0, Tarvel::OK, {0x00, 0x05});
     badSum.back() ^= 0x40;
     sim().sendRaw(tarvelsim::slipEncode(badSum));
-    sim().sendPacket({0, Tarvel::OK, {0x00, 0x00}});   // untraced, value 0: silent
+    sim().sendPacket({0, Tarvel::OK, {0x00, 0x00}}); // untraced, value 0: silent
     sim().sendPacket({3, 0x85, {0x01}});
     sim().sendPacket({0, Tarvel::DATA_RESPONSE_A, {0x02}}); // answers nothing
     barrier();
@@ -144,13 +145,15 @@ TEST_F(Receiver, MalformedTrafficIsDroppedWithoutHarm) {
 // Disconnect; either way it can start again.
 TEST_F(Receiver, EndsByItselfOnBadTrafficOrAClosedPort) {
     ::testing::internal::CaptureStderr();
-    for (int i = 0; i < 20; ++i) sim().sendPacket({0, Tarvel::OK, {0x00, 0x05}});
+    for (int i = 0; i < 20; ++i)
+        sim().sendPacket({0, Tarvel::OK, {0x00, 0x05}});
     barrier();
     EXPECT_TRUE(running());
     sim().sendPacket({0, Tarvel::OK, {0x00, 0x05}});
     EXPECT_TRUE(eventually([&] { return !running(); }));
     const std::string printed = ::testing::internal::GetCapturedStderr();
-    EXPECT_NE(std::string::npos, printed.find("Tarvel::Receiver: Invalid return value of some untraced commands. 0x0005\n"))
+    EXPECT_NE(std::string::npos,
+              printed.find("Tarvel::Receiver: Invalid return value of some untraced commands. 0x0005\n"))
         << printed;
     EXPECT_EQ(0x10, tarvel.GetInternalThreadStatus());
     EXPECT_EQ(0, tarvel.StartReceiver()) << "the ended thread is reaped and a new one starts";
@@ -184,8 +187,8 @@ TEST_F(Receiver, StopIsPromptWhateverTheReadTimeout) {
 
 TEST_F(Receiver, AStopThatOvertakesTheStartEndsTheThread) {
     tarvel.StopReceiver();
-    ASSERT_TRUE(returnsPromptly([&] { TarvelTestAccess::runOvertakenReceiverLoop(tarvel); },
-                                [&] { tarvel.StopReceiver(); }));
+    ASSERT_TRUE(
+        returnsPromptly([&] { TarvelTestAccess::runOvertakenReceiverLoop(tarvel); }, [&] { tarvel.StopReceiver(); }));
     EXPECT_FALSE(TarvelTestAccess::receiverRunning(tarvel));
 }
 

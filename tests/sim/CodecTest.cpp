@@ -61,8 +61,10 @@ TEST(SimWire, DecoderHuntsSkipsDropsAndRecovers) {
         std::vector<Event> faults;
         for (uint8_t b : c.input) {
             const Event e = decoder.feed(b);
-            if (e == Event::Frame) frames.push_back(decoder.frame());
-            else if (e != Event::None) faults.push_back(e);
+            if (e == Event::Frame)
+                frames.push_back(decoder.frame());
+            else if (e != Event::None)
+                faults.push_back(e);
         }
         EXPECT_EQ(c.frames, frames);
         EXPECT_EQ(c.faults, faults);

@@ -22,10 +22,10 @@ TEST_F(SimDevice, FaultyPacketsAreAnsweredWithErrors) {
         uint8_t id, response;
     };
     const Case cases[] = {
-        {{0xC0, 0x01, 0x07, 0x09, 0x00, 0x00, 0xC0}, 7, response::PACKET_ERROR},             // checksum
-        {{0xC0, 0x02, 0x08, 0x09, 0x00, 0x13, 0xC0}, 8, response::PACKET_ERROR},             // length byte
-        {{0xC0, 0xDB, 0x01, 0xC0}, 0, response::SLIP_PROTO_ERROR},                           // escape
-        {slipEncode(buildPacket(9, 0x07, {})), 9, response::COMMAND_FAILED},                 // unknown command
+        {{0xC0, 0x01, 0x07, 0x09, 0x00, 0x00, 0xC0}, 7, response::PACKET_ERROR},            // checksum
+        {{0xC0, 0x02, 0x08, 0x09, 0x00, 0x13, 0xC0}, 8, response::PACKET_ERROR},            // length byte
+        {{0xC0, 0xDB, 0x01, 0xC0}, 0, response::SLIP_PROTO_ERROR},                          // escape
+        {slipEncode(buildPacket(9, 0x07, {})), 9, response::COMMAND_FAILED},                // unknown command
         {slipEncode(buildPacket(10, cmd::SET_TIME, {0x01})), 10, response::COMMAND_FAILED}, // short payload
     };
     for (const Case& c : cases) {
@@ -61,7 +61,7 @@ TEST_F(SimDevice, RestartGoesDeafAndClearsTables) {
     // The ping sent while booting was never answered: the first answer is the next one's.
     EXPECT_EQ(101, line->exchange(101, cmd::PING).id);
     EXPECT_EQ(1, status(cmd::ADD_MESSAGE, message(0, 0x100, 0, 0, false, {}))); // handlers start again at 1
-    EXPECT_EQ(response::COMMAND_FAILED, ask(cmd::REBOOT, {4}).response);       // no such mode
+    EXPECT_EQ(response::COMMAND_FAILED, ask(cmd::REBOOT, {4}).response);        // no such mode
     EXPECT_EQ(0, status(cmd::REBOOT, {0}));
 }
 
@@ -130,8 +130,8 @@ TEST_F(SimDevice, SignalsPlaceValuesAndReportsCarryThem) {
     // Message 1 on channel 1, sent on change; a request for it on channel 1.
     ASSERT_EQ(1, status(cmd::ADD_MESSAGE, message(5, 0x123, 2, 0, false, {0x00, 0x00}, 0x30)));
     ASSERT_EQ(0, status(cmd::REQUEST_MESSAGE, request(0x02, 0x123)));
-    ASSERT_EQ(1, status(cmd::ADD_SIGNAL, {0, 1, 3, 0, 4, 0, 11, 0x00}));     // bits 4..11
-    ASSERT_EQ(2, status(cmd::ADD_SIGNAL, {0, 1, 3, 0, 15, 0, 15, 0x00}));    // bit 15
+    ASSERT_EQ(1, status(cmd::ADD_SIGNAL, {0, 1, 3, 0, 4, 0, 11, 0x00}));      // bits 4..11
+    ASSERT_EQ(2, status(cmd::ADD_SIGNAL, {0, 1, 3, 0, 15, 0, 15, 0x00}));     // bit 15
     EXPECT_EQ(0xFFFF, status(cmd::ADD_SIGNAL, {0, 1, 3, 0, 8, 0, 16, 0x00})); // past the data
     EXPECT_EQ(0xFFFF, status(cmd::ADD_SIGNAL, {0, 9, 3, 0, 0, 0, 1, 0x00}));  // unknown message
 
@@ -178,7 +178,8 @@ TEST_F(SimDevice, CumulativeSignalCountsEveryTransmission) {
         counter.push_back(r.data[3] & 0x0F);
     }
     EXPECT_EQ(3, counter[0]); // the first transmission already counts
-    for (std::size_t i = 1; i < counter.size(); ++i) EXPECT_EQ((counter[i - 1] + 3) % 16, counter[i]) << i;
+    for (std::size_t i = 1; i < counter.size(); ++i)
+        EXPECT_EQ((counter[i - 1] + 3) % 16, counter[i]) << i;
 }
 
 TEST_F(SimDevice, InjectedFramesMatchEnabledRequests) {

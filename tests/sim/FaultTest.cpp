@@ -14,7 +14,8 @@ TEST_F(SimFaults, DropAndCorruptCountAnswersFromWhenSet) {
     Faults f;
     f.dropEvery = 2;
     sim->setFaults(f);
-    for (uint8_t id = 10; id < 14; ++id) ASSERT_TRUE(line->send(id, cmd::PING));
+    for (uint8_t id = 10; id < 14; ++id)
+        ASSERT_TRUE(line->send(id, cmd::PING));
     EXPECT_EQ(10, line->next().id);
     EXPECT_EQ(12, line->next().id);
     ASSERT_TRUE(sim->waitForPackets(5, 5000)); // the last ping is served before the faults change
@@ -96,8 +97,10 @@ TEST_F(SimFaults, FloodsAndStillAnswers) {
     for (bool answered = false; !answered || reports < 1000;) {
         const Answer a = line->next();
         ASSERT_TRUE(a) << (answered ? "reports ended" : "no answer") << " after " << reports << " reports";
-        if (a.response == response::ASYNC_MESSAGE) ++reports;
-        else answered = answered || (a.id == 50 && okValue(a) == 0);
+        if (a.response == response::ASYNC_MESSAGE)
+            ++reports;
+        else
+            answered = answered || (a.id == 50 && okValue(a) == 0);
     }
 }
 

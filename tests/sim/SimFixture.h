@@ -147,9 +147,25 @@ protected:
     // ADD_MESSAGE payload: channel selector, 29-bit id, dlc, period, enabled, data.
     static Bytes message(uint8_t selector1, uint32_t id, uint8_t dlc, uint16_t period, bool enabled, Bytes data,
                          uint8_t flags = 0) {
-        Bytes p{selector1, 0, uint8_t(id), uint8_t(id >> 8), uint8_t(id >> 16), uint8_t(id >> 24), flags, 0, 0, dlc,
-                0, 0, uint8_t(period >> 8), uint8_t(period), 0, 0, uint8_t(enabled ? 1 : 0)};
-        for (uint8_t b : data) p.push_back(b); // (an insert trips a false array-bounds warning of GCC 12)
+        Bytes p{selector1,
+                0,
+                uint8_t(id),
+                uint8_t(id >> 8),
+                uint8_t(id >> 16),
+                uint8_t(id >> 24),
+                flags,
+                0,
+                0,
+                dlc,
+                0,
+                0,
+                uint8_t(period >> 8),
+                uint8_t(period),
+                0,
+                0,
+                uint8_t(enabled ? 1 : 0)};
+        for (uint8_t b : data)
+            p.push_back(b); // (an insert trips a false array-bounds warning of GCC 12)
         return p;
     }
     static Bytes request(uint8_t mask, uint32_t id, uint8_t dlc = 8) {

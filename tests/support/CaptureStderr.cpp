@@ -14,10 +14,18 @@
 namespace {
 
 #ifdef _WIN32
-int dupFd(int fd) { return ::_dup(fd); }
-int dup2Fd(int from, int to) { return ::_dup2(from, to); }
-void closeFd(int fd) { ::_close(fd); }
-int fileFd(std::FILE* file) { return ::_fileno(file); }
+int dupFd(int fd) {
+    return ::_dup(fd);
+}
+int dup2Fd(int from, int to) {
+    return ::_dup2(from, to);
+}
+void closeFd(int fd) {
+    ::_close(fd);
+}
+int fileFd(std::FILE* file) {
+    return ::_fileno(file);
+}
 
 // In the user's temporary directory: tmpfile() of the Windows C runtime
 // creates its file in the root of the drive, which a user may not write.
@@ -26,8 +34,9 @@ std::FILE* openCaptureFile() {
     wchar_t dir[MAX_PATH + 1];
     wchar_t name[MAX_PATH + 1];
     if (GetTempPathW(MAX_PATH + 1, dir) == 0 || GetTempFileNameW(dir, L"err", 0, name) == 0) return nullptr;
-    HANDLE handle = CreateFileW(name, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    HANDLE handle =
+        CreateFileW(name, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                    CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
         DeleteFileW(name);
         return nullptr;
@@ -46,23 +55,33 @@ std::FILE* openCaptureFile() {
 // capture handle, which must stay at the end.
 std::string readCaptureFile(std::FILE* file) {
     const HANDLE capture = reinterpret_cast<HANDLE>(::_get_osfhandle(fileFd(file)));
-    const HANDLE reader =
-        ReOpenFile(capture, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, 0);
+    const HANDLE reader = ReOpenFile(capture, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, 0);
     if (reader == INVALID_HANDLE_VALUE) throw std::runtime_error("CaptureStderr: cannot read the capture file");
     std::string out;
     char chunk[4096];
     DWORD got = 0;
-    while (ReadFile(reader, chunk, sizeof chunk, &got, nullptr) && got > 0) out.append(chunk, got);
+    while (ReadFile(reader, chunk, sizeof chunk, &got, nullptr) && got > 0)
+        out.append(chunk, got);
     CloseHandle(reader);
     return out;
 }
 #else
-int dupFd(int fd) { return ::dup(fd); }
-int dup2Fd(int from, int to) { return ::dup2(from, to); }
-void closeFd(int fd) { ::close(fd); }
-int fileFd(std::FILE* file) { return ::fileno(file); }
+int dupFd(int fd) {
+    return ::dup(fd);
+}
+int dup2Fd(int from, int to) {
+    return ::dup2(from, to);
+}
+void closeFd(int fd) {
+    ::close(fd);
+}
+int fileFd(std::FILE* file) {
+    return ::fileno(file);
+}
 
-std::FILE* openCaptureFile() { return std::tmpfile(); }
+std::FILE* openCaptureFile() {
+    return std::tmpfile();
+}
 
 // pread: the writers share the file offset, which must stay at the end.
 std::string readCaptureFile(std::FILE* file) {
@@ -90,7 +109,9 @@ CaptureStderr::CaptureStderr() {
         throw std::runtime_error("CaptureStderr: cannot redirect fd 2");
 }
 
-CaptureStderr::~CaptureStderr() { stop(); }
+CaptureStderr::~CaptureStderr() {
+    stop();
+}
 
 std::string CaptureStderr::text() {
     if (m_file == nullptr) return std::string();

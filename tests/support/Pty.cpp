@@ -31,7 +31,7 @@ Pty::Pty() {
     m_slavePath = name;
     m_slave = ::open(name, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (m_slave < 0) throw std::runtime_error("Pty: cannot open " + m_slavePath);
-    termios t {};
+    termios t{};
     if (::tcgetattr(m_slave, &t) == 0) {
         ::cfmakeraw(&t);
         ::tcsetattr(m_slave, TCSANOW, &t);
@@ -43,7 +43,9 @@ Pty::~Pty() {
     closeMaster();
 }
 
-bool Pty::write(const ByteVector& bytes, int timeoutMs) { return write(bytes.data(), bytes.size(), timeoutMs); }
+bool Pty::write(const ByteVector& bytes, int timeoutMs) {
+    return write(bytes.data(), bytes.size(), timeoutMs);
+}
 
 bool Pty::write(const void* data, std::size_t n, int timeoutMs) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
@@ -85,7 +87,8 @@ std::size_t Pty::drain() {
     std::size_t total = 0;
     unsigned char chunk[4096];
     ssize_t r;
-    while ((r = ::read(m_master, chunk, sizeof chunk)) > 0) total += static_cast<std::size_t>(r);
+    while ((r = ::read(m_master, chunk, sizeof chunk)) > 0)
+        total += static_cast<std::size_t>(r);
     return total;
 }
 

@@ -51,8 +51,8 @@ protected:
     tarvelsim::Simulator& sim() { return *sim_; }
 
     std::vector<tarvelsim::HostPacket> sent(std::size_t n) {
-        EXPECT_TRUE(sim_->waitForPackets(n, 5000)) << "device saw " << sim_->hostPacketCount() << " of " << n
-                                                   << " packets";
+        EXPECT_TRUE(sim_->waitForPackets(n, 5000))
+            << "device saw " << sim_->hostPacketCount() << " of " << n << " packets";
         return sim_->hostPackets();
     }
 

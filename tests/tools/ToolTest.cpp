@@ -51,7 +51,8 @@ bool waitFor(const std::function<bool()>& condition, int timeoutMs = 5000) {
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> out;
     std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) out.push_back(line);
+    for (std::string line; std::getline(in, line);)
+        out.push_back(line);
     return out;
 }
 
@@ -72,7 +73,8 @@ public:
     explicit ToolProcess(std::vector<std::string> args) {
         args.insert(args.begin(), TARVEL_TOOL_PATH);
         std::vector<char*> argv;
-        for (auto& a : args) argv.push_back(a.data());
+        for (auto& a : args)
+            argv.push_back(a.data());
         argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
@@ -127,7 +129,8 @@ private:
     static std::string contents(int fd) {
         std::string text;
         char buf[4096];
-        for (ssize_t n; (n = ::pread(fd, buf, sizeof buf, off_t(text.size()))) > 0;) text.append(buf, std::size_t(n));
+        for (ssize_t n; (n = ::pread(fd, buf, sizeof buf, off_t(text.size()))) > 0;)
+            text.append(buf, std::size_t(n));
         return text;
     }
     int m_out = ::memfd_create("stdout", MFD_CLOEXEC), m_err = ::memfd_create("stderr", MFD_CLOEXEC);
@@ -182,13 +185,27 @@ private:
 TEST_F(ToolTest, HelpDescribesEveryCommand) {
     ToolResult r = runTool({"--help"});
     expectSuccess(r);
-    for (const char* usage : {"tarvel ping", "tarvel version", "tarvel time [OPTIONS] [VALUE]", "tarvel reset",
-                              "tarvel reboot", "tarvel bootloader", "tarvel eeprom read [OPTIONS] ADDR LEN",
-                              "tarvel eeprom write [OPTIONS] ADDR HEX...", "tarvel eeprom dump [OPTIONS] FILE",
-                              "tarvel eeprom load [OPTIONS] FILE", "tarvel send [OPTIONS] CHANNEL FRAME",
-                              "tarvel monitor [OPTIONS] TARGET...", "tarvel signal [OPTIONS] MESSAGE BITS VALUE...",
-                              "tarvel watch [OPTIONS] TARGET BITS", "tarvel demo", "tarvel sim", "--port",
-                              "--read-timeout", "--write-timeout", "--trace", "--verbose"})
+    for (const char* usage : {"tarvel ping",
+                              "tarvel version",
+                              "tarvel time [OPTIONS] [VALUE]",
+                              "tarvel reset",
+                              "tarvel reboot",
+                              "tarvel bootloader",
+                              "tarvel eeprom read [OPTIONS] ADDR LEN",
+                              "tarvel eeprom write [OPTIONS] ADDR HEX...",
+                              "tarvel eeprom dump [OPTIONS] FILE",
+                              "tarvel eeprom load [OPTIONS] FILE",
+                              "tarvel send [OPTIONS] CHANNEL FRAME",
+                              "tarvel monitor [OPTIONS] TARGET...",
+                              "tarvel signal [OPTIONS] MESSAGE BITS VALUE...",
+                              "tarvel watch [OPTIONS] TARGET BITS",
+                              "tarvel demo",
+                              "tarvel sim",
+                              "--port",
+                              "--read-timeout",
+                              "--write-timeout",
+                              "--trace",
+                              "--verbose"})
         EXPECT_THAT(r.out, HasSubstr(usage));
     EXPECT_THAT(r.out, Not(HasSubstr("--sim-fault"))); // for tests only
 
@@ -320,7 +337,8 @@ TEST_F(ToolTest, FailuresNameOperationAndCode) {
 
 TEST_F(ToolTest, EepromCommands) {
     std::string image(65536, '\0'); // a known pattern in the device's EEPROM
-    for (std::size_t i = 0; i < image.size(); ++i) image[i] = static_cast<char>(i * 7 + (i >> 8));
+    for (std::size_t i = 0; i < image.size(); ++i)
+        image[i] = static_cast<char>(i * 7 + (i >> 8));
     std::ofstream(file("eeprom.bin"), std::ios::binary) << image;
     tarvelsim::Options o;
     o.eepromFile = file("eeprom.bin");
@@ -336,10 +354,11 @@ TEST_F(ToolTest, EepromCommands) {
     ToolResult dump = runOnDevice({"eeprom", "dump", file("dump.bin"), "--from", "0xFFC0", "--length", "64"});
     expectSuccess(dump);
     EXPECT_EQ(image.substr(0xFFC0, 64), readFile(file("dump.bin"))); // the last byte of the address space included
-    EXPECT_THAT(dump.err, Not(HasSubstr("[")));                    // no progress bar when stderr is no terminal
+    EXPECT_THAT(dump.err, Not(HasSubstr("[")));                      // no progress bar when stderr is no terminal
 
     std::string data;
-    for (int i = 0; i < 40; ++i) data.push_back(static_cast<char>(0xA0 + i)); // 16 + 16 + 8
+    for (int i = 0; i < 40; ++i)
+        data.push_back(static_cast<char>(0xA0 + i)); // 16 + 16 + 8
     std::ofstream(file("in.bin"), std::ios::binary) << data;
     expectSuccess(runOnDevice({"eeprom", "load", file("in.bin"), "--at", "0x200"}));
     EXPECT_EQ(std::vector<uint8_t>(data.begin(), data.end()), dev.eeprom(0x200, 40));
@@ -389,7 +408,8 @@ TEST_F(ToolTest, MonitorPrintsEachReportAsCandumpLineAndEndsOnCountOrCtrlC) {
     ASSERT_EQ(4u, out.size()) << r.out;
     std::regex classic(R"(\([0-9]+\.[0-9]{6}\) can0 123#11[0-9A-F]{2})");
     std::regex fd(R"(\([0-9]+\.[0-9]{6}\) can2 1ABCDEF0##0AABBCC[0-9A-F]{2}0000000001020304)");
-    for (const auto& line : out) EXPECT_TRUE(std::regex_match(line, classic) || std::regex_match(line, fd)) << line;
+    for (const auto& line : out)
+        EXPECT_TRUE(std::regex_match(line, classic) || std::regex_match(line, fd)) << line;
     EXPECT_EQ(r.out, readFile(log));
     EXPECT_EQ(0u, dev.requestCount()); // the tool took its requests off the device
 

@@ -13,7 +13,8 @@ class Checksums : public SimSession {};
 TEST_F(Checksums, PayloadsAsTheDeviceReceivesThem) {
     sim().setResponder(answer(-1, 0));
     unsigned char block[16];
-    for (int i = 0; i < 16; ++i) block[i] = static_cast<unsigned char>(i);
+    for (int i = 0; i < 16; ++i)
+        block[i] = static_cast<unsigned char>(i);
     EXPECT_EQ(0, tarvel.AddCrc(block));
     EXPECT_EQ(0, tarvel.ChangeCrc(0x0007, block));
     EXPECT_EQ(0, tarvel.DisableCrc(0x0102));
@@ -22,7 +23,8 @@ TEST_F(Checksums, PayloadsAsTheDeviceReceivesThem) {
     // Without a block ChangeCrc sends 16 bytes of rand(), unseeded by the library.
     std::srand(42);
     Bytes randomChange{0x00, 0x07};
-    for (int i = 0; i < 16; ++i) randomChange.push_back(static_cast<uint8_t>(std::rand() % 256));
+    for (int i = 0; i < 16; ++i)
+        randomChange.push_back(static_cast<uint8_t>(std::rand() % 256));
     std::srand(42);
     EXPECT_EQ(0, tarvel.ChangeCrc(0x0007, nullptr));
     const auto log = sent(6);
@@ -43,12 +45,12 @@ TEST_F(Checksums, AnswerMappings) {
     const std::vector<std::pair<uint16_t, int>> crc = {{1, -21}, {2, -22}, {3, -23}, {0xFFFF, -21}, {0, 0}, {4, 4}};
     const std::vector<std::pair<uint16_t, int>> plain = {{0xFFFF, -21}, {1, 1}};
     expectMappings(sim(), {
-        {[&] { return tarvel.ChangeCrc(1, block); }, Tarvel::CHANGE_CRC, crc},
-        {[&] { return tarvel.DisableCrc(1); }, Tarvel::DISABLE_CRC, crc},
-        {[&] { return tarvel.AddCrc(block); }, Tarvel::ADD_CRC, plain},
-        {[&] { return tarvel.GatewayID(0, 0); }, Tarvel::GATEWAY_ID, plain},
-        {[&] { return tarvel.BlobRemove(); }, Tarvel::BLOB_REMOVE, plain},
-    });
+                              {[&] { return tarvel.ChangeCrc(1, block); }, Tarvel::CHANGE_CRC, crc},
+                              {[&] { return tarvel.DisableCrc(1); }, Tarvel::DISABLE_CRC, crc},
+                              {[&] { return tarvel.AddCrc(block); }, Tarvel::ADD_CRC, plain},
+                              {[&] { return tarvel.GatewayID(0, 0); }, Tarvel::GATEWAY_ID, plain},
+                              {[&] { return tarvel.BlobRemove(); }, Tarvel::BLOB_REMOVE, plain},
+                          });
 }
 
 TEST_F(Checksums, AddCrcWithNullBlockSendsNothing) {

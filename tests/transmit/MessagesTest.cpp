@@ -66,15 +66,18 @@ TEST_F(TxMessages, RefusedDescriptionsSendNothing) {
 TEST_F(TxMessages, AnswerMappings) {
     const auto h = static_cast<unsigned short>(tarvel.AddMessage(message(2)));
     const std::vector<std::pair<uint16_t, int>> switching = {{0xFFFF, -21}, {1, -22}, {9, 9}};
-    expectMappings(sim(), {
-        {[&] { return tarvel.AddMessage(message(1)); }, Tarvel::ADD_MESSAGE,
-         {{0, -21}, {0xFFFF, -21}, {0xFFFD, -23}, {0xFFFE, -22}}},
-        {[&] { return tarvel.EnableMessage(h); }, Tarvel::ENABLE_MESSAGE, switching},
-        {[&] { return tarvel.DisableMessage(h); }, Tarvel::DISABLE_MESSAGE, switching},
-        {[&] { return tarvel.RemoveMessage(h); }, Tarvel::REMOVE_MESSAGE, {{0xFFFF, -21}, {1, -22}}},
-        {[&] { return tarvel.GetHandler(3, 4, 0x12, false, false, false); }, Tarvel::GET_HANDLER,
-         {{0xFFFF, -21}, {0x42, 0x42}}},
-    });
+    expectMappings(sim(),
+                   {
+                       {[&] { return tarvel.AddMessage(message(1)); },
+                        Tarvel::ADD_MESSAGE,
+                        {{0, -21}, {0xFFFF, -21}, {0xFFFD, -23}, {0xFFFE, -22}}},
+                       {[&] { return tarvel.EnableMessage(h); }, Tarvel::ENABLE_MESSAGE, switching},
+                       {[&] { return tarvel.DisableMessage(h); }, Tarvel::DISABLE_MESSAGE, switching},
+                       {[&] { return tarvel.RemoveMessage(h); }, Tarvel::REMOVE_MESSAGE, {{0xFFFF, -21}, {1, -22}}},
+                       {[&] { return tarvel.GetHandler(3, 4, 0x12, false, false, false); },
+                        Tarvel::GET_HANDLER,
+                        {{0xFFFF, -21}, {0x42, 0x42}}},
+                   });
     EXPECT_EQ("Tarvel::AddMessage: Invalid message.\n"
               "Tarvel::AddMessage: Invalid message.\n"
               "Tarvel::AddMessage: Tarvel is out of memory.\n"

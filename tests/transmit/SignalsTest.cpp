@@ -30,8 +30,9 @@ TEST_F(TxSignals, AddSignalPayload) {
     sim().setResponder(answer(Tarvel::ADD_SIGNAL, 0x0033));
     EXPECT_EQ(0x33, tarvel.AddSignal(0x0012, 3, 0x0100, 0x0107, 0x81));
     EXPECT_EQ((Bytes{0x00, 0x12, 0x03, 0x01, 0x00, 0x01, 0x07, 0x81}), sent(1)[0].payload);
-    EXPECT_NE(std::string::npos,
-              err.str().find("Tarvel::AddSignal: Message h=18;grp=3;sym<256;263> not found in internal API structure.\n"))
+    EXPECT_NE(
+        std::string::npos,
+        err.str().find("Tarvel::AddSignal: Message h=18;grp=3;sym<256;263> not found in internal API structure.\n"))
         << "an unknown message can't be checked: it is reported and the signal is still sent";
 }
 

@@ -43,8 +43,7 @@ TEST(ComPortLine, BareNameAndDevicePathReachTheSamePort) {
 
 TEST(ComPortLine, SecondOpenOfAnOpenPortIsRefused) {
     TARVEL_REQUIRE_DEVICE_PORT(name);
-    if (wintest::underWine())
-        GTEST_SKIP() << "wine opens serial devices without exclusion";
+    if (wintest::underWine()) GTEST_SKIP() << "wine opens serial devices without exclusion";
     SerialPort first, second;
     ASSERT_EQ(0, first.Connect(name, 2000000, 8, 0, 2));
     CaptureStderr err;
@@ -70,8 +69,7 @@ TEST(ComPortLine, ZeroTimeoutReadWithNothingWaitingReturnsZero) {
 class ComPortSession : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (name.empty())
-            GTEST_SKIP() << "no device port: set TARVEL_TEST_COM (run-wine-tests.sh does)";
+        if (name.empty()) GTEST_SKIP() << "no device port: set TARVEL_TEST_COM (run-wine-tests.sh does)";
     }
     void connect(unsigned readMs) {
         tarvel.ClearPrintStream();

@@ -27,7 +27,6 @@ inline std::string devicePort() {
 
 #define TARVEL_REQUIRE_DEVICE_PORT(var)                                                                                \
     const std::string var = wintest::devicePort();                                                                     \
-    if (var.empty())                                                                                                   \
-    GTEST_SKIP() << "no device port: set TARVEL_TEST_COM (tests/windows/run-wine-tests.sh does)"
+    if (var.empty()) GTEST_SKIP() << "no device port: set TARVEL_TEST_COM (tests/windows/run-wine-tests.sh does)"
 
 #endif

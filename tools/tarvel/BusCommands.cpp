@@ -49,10 +49,8 @@ class StopCondition {
 public:
     StopCondition(unsigned count, double seconds) : m_count(count), m_seconds(seconds), m_start(Clock::now()) {}
     bool done(unsigned seen) const {
-        if (g_interrupted)
-            return true;
-        if (m_count != 0 && seen >= m_count)
-            return true;
+        if (g_interrupted) return true;
+        if (m_count != 0 && seen >= m_count) return true;
         return m_seconds > 0 && std::chrono::duration<double>(Clock::now() - m_start).count() >= m_seconds;
     }
 
@@ -88,10 +86,8 @@ void unrequest(Tarvel& t, int key) {
 // A new report is one whose stamp or data differs from the last one shown.
 bool takeNew(Tarvel& t, Watched& w, RecvAsyncMessage& out) {
     out = t.ReadAsyncMessage(w.key);
-    if (out.key == 0)
-        return false;
-    if (w.seen && out.timestamp == w.lastStamp && out.data == w.lastData)
-        return false;
+    if (out.key == 0) return false;
+    if (w.seen && out.timestamp == w.lastStamp && out.data == w.lastData) return false;
     w.seen = true;
     w.lastStamp = out.timestamp;
     w.lastData = out.data;
@@ -100,8 +96,7 @@ bool takeNew(Tarvel& t, Watched& w, RecvAsyncMessage& out) {
 
 // A message handler given as a number, or CHANNEL:ID of a message the device already sends.
 unsigned short messageHandler(Tarvel& t, const std::string& text) {
-    if (text.find(':') == std::string::npos)
-        return static_cast<unsigned short>(parseNumber(text, 0xFFFC, "MESSAGE"));
+    if (text.find(':') == std::string::npos) return static_cast<unsigned short>(parseNumber(text, 0xFFFC, "MESSAGE"));
     ChannelId target = parseChannelId(text);
     int h = check(t.GetHandler(static_cast<unsigned char>(target.channel), 0, target.id, target.extended, false, false),
                   "GetHandler can" + std::to_string(target.channel) + " " + idText(target.id, target.extended),
@@ -148,8 +143,7 @@ void addBusCommands(CLI::App& app, CommandContext& ctx) {
         check(t.EnableMessage(static_cast<unsigned short>(handler)), "EnableMessage " + std::to_string(handler),
               ResultKind::Message);
         std::printf("handler: %d\n", handler);
-        if (conn.simulated())
-            builtInNote("the message stops with this command");
+        if (conn.simulated()) builtInNote("the message stops with this command");
         return kExitOk;
     });
 
@@ -170,13 +164,11 @@ void addBusCommands(CLI::App& app, CommandContext& ctx) {
         std::ofstream log;
         if (!mo->log.empty()) {
             log.open(mo->log, std::ios::trunc);
-            if (!log)
-                throw UsageError("--log: cannot write the file '" + mo->log + "'");
+            if (!log) throw UsageError("--log: cannot write the file '" + mo->log + "'");
         }
         Connection conn(ctx.options);
         Tarvel& t = conn.tarvel();
-        if (conn.simulated())
-            builtInNote("nothing else sends on the bus");
+        if (conn.simulated()) builtInNote("nothing else sends on the bus");
         conn.startReceiver();
         for (auto& w : watched)
             w.key = request(t, w.target);
@@ -186,19 +178,16 @@ void addBusCommands(CLI::App& app, CommandContext& ctx) {
         while (!stop.done(lines)) {
             bool any = false;
             for (auto& w : watched) {
-                if (stop.done(lines) || !takeNew(t, w, report))
-                    continue;
+                if (stop.done(lines) || !takeNew(t, w, report)) continue;
                 any = true;
                 std::string line = candumpLine(reportEpochSeconds(report.timestamp), report.channel, w.target.id,
                                                w.target.extended, report.data);
                 std::printf("%s\n", line.c_str());
                 std::fflush(stdout);
-                if (log)
-                    log << line << '\n' << std::flush;
+                if (log) log << line << '\n' << std::flush;
                 ++lines;
             }
-            if (!any)
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            if (!any) std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         for (auto& w : watched)
             unrequest(t, w.key);
@@ -222,12 +211,10 @@ void addBusCommands(CLI::App& app, CommandContext& ctx) {
         std::vector<unsigned short> values;
         for (const auto& v : sg->values)
             values.push_back(static_cast<unsigned short>(parseNumber(v, 0xFFFF, "VALUE")));
-        if (sg->message.find(':') == std::string::npos)
-            parseNumber(sg->message, 0xFFFC, "MESSAGE");
+        if (sg->message.find(':') == std::string::npos) parseNumber(sg->message, 0xFFFC, "MESSAGE");
         Connection conn(ctx.options);
         Tarvel& t = conn.tarvel();
-        if (conn.simulated())
-            builtInNote("no message exists yet");
+        if (conn.simulated()) builtInNote("no message exists yet");
         unsigned short message = messageHandler(t, sg->message);
         unsigned char flags = sg->cumulative ? Tarvel::kSignalCumulative : 0;
         int handler =
@@ -236,8 +223,7 @@ void addBusCommands(CLI::App& app, CommandContext& ctx) {
                   "AddSignal to message " + std::to_string(message), ResultKind::Signal);
         std::printf("signal: handler %d in message %u, bits %u:%u\n", handler, message, bits.start, bits.stop);
         for (std::size_t i = 0; i < values.size() && !g_interrupted; ++i) {
-            if (i != 0)
-                std::this_thread::sleep_for(std::chrono::milliseconds(sg->interval));
+            if (i != 0) std::this_thread::sleep_for(std::chrono::milliseconds(sg->interval));
             check(t.SignalChangeValue(static_cast<unsigned short>(handler), values[i], true, true),
                   "SignalChangeValue " + std::to_string(values[i]), ResultKind::Signal);
             std::printf("signal: value %u\n", values[i]);
@@ -260,8 +246,7 @@ void addBusCommands(CLI::App& app, CommandContext& ctx) {
         BitRange bits = parseBitRange(wa->bits, 64);
         Connection conn(ctx.options);
         Tarvel& t = conn.tarvel();
-        if (conn.simulated())
-            builtInNote("nothing else sends on the bus");
+        if (conn.simulated()) builtInNote("nothing else sends on the bus");
         conn.startReceiver();
         w.key = request(t, w.target);
         int signal = check(

@@ -48,10 +48,8 @@ void installInterruptHandler() {
     std::thread([] {
         for (;;) {
             int signal = 0;
-            if (sigwait(&stopSignals, &signal) != 0)
-                continue;
-            if (g_interrupted.exchange(true))
-                std::_Exit(128 + signal);
+            if (sigwait(&stopSignals, &signal) != 0) continue;
+            if (g_interrupted.exchange(true)) std::_Exit(128 + signal);
         }
     }).detach();
 }
@@ -60,8 +58,7 @@ OperationError::OperationError(std::string op, int c, ResultKind k)
     : std::runtime_error(op + ": " + describeResult(c, k)), operation(std::move(op)), code(c), kind(k) {}
 
 int check(int code, const std::string& operation, ResultKind kind) {
-    if (code < 0)
-        throw OperationError(operation, code, kind);
+    if (code < 0) throw OperationError(operation, code, kind);
     return code;
 }
 
@@ -69,8 +66,7 @@ namespace {
 
 tarvelsim::Options simOptions(const std::string& fault) {
     tarvelsim::Options options;
-    if (fault.empty())
-        return options;
+    if (fault.empty()) return options;
     if (fault == "silent")
         options.faults.silent = true;
     else if (fault == "drop")
@@ -89,8 +85,7 @@ Connection::Connection(const GlobalOptions& options) {
         // DebugComm only reports an unopenable file on the error channel;
         // find out here so that the user gets a clear message and an exit code.
         std::ofstream probe(options.trace, std::ios::out | std::ios::trunc);
-        if (!probe)
-            throw UsageError("--trace: cannot write the file '" + options.trace + "'");
+        if (!probe) throw UsageError("--trace: cannot write the file '" + options.trace + "'");
     }
     m_portPath = options.port;
     if (m_portPath.empty()) {
@@ -114,8 +109,7 @@ Connection::Connection(const GlobalOptions& options) {
     } else {
         t.SetPrintStream(keepReport, ERR);
     }
-    if (options.verbose >= 2)
-        t.SetPrintStream(std::cerr, COM);
+    if (options.verbose >= 2) t.SetPrintStream(std::cerr, COM);
     if (!options.trace.empty()) {
         t.DebugComm(options.trace.c_str(), static_cast<int>(std::ios::out | std::ios::trunc));
         m_traceOpen = true;
@@ -131,8 +125,7 @@ Connection::~Connection() {
         closeTrace();
         m_tarvel.reset();
     }
-    if (m_sim)
-        m_sim->stop();
+    if (m_sim) m_sim->stop();
 }
 
 void Connection::startReceiver() {

@@ -64,10 +64,8 @@ bool readBack(Tarvel& t, unsigned short signal, unsigned long long expected, uns
     auto deadline = Clock::now() + std::chrono::seconds(2);
     while (Clock::now() < deadline) {
         int r = t.SignalReadValue(signal, value, &age, true);
-        if (r == 0 && value == expected)
-            return true;
-        if (r != 0 && r != -1)
-            check(r, "SignalReadValue", ResultKind::SignalRead);
+        if (r == 0 && value == expected) return true;
+        if (r != 0 && r != -1) check(r, "SignalReadValue", ResultKind::SignalRead);
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return false;
@@ -124,8 +122,7 @@ int runDemo(CommandContext& ctx) {
     check(t.ReadEeprom(0x100, 16, back.data()), "ReadEeprom", ResultKind::Eeprom);
     n.call("ReadEeprom(0x100, 16, data)", "0, " + hexBytes(back.data(), back.size()));
     n.say(back == written ? "The same 16 bytes came back." : "The bytes differ!");
-    if (back != written)
-        throw std::runtime_error("the EEPROM round trip returned other bytes");
+    if (back != written) throw std::runtime_error("the EEPROM round trip returned other bytes");
     n.flush();
 
     n.step("A transmit message with an alive counter and a signal");
@@ -164,8 +161,7 @@ int runDemo(CommandContext& ctx) {
     auto deadline = Clock::now() + std::chrono::seconds(3);
     while ((report = t.ReadAsyncMessage(key)).key == 0 && Clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    if (report.key == 0)
-        throw OperationError("ReadAsyncMessage", -1, ResultKind::SignalRead);
+    if (report.key == 0) throw OperationError("ReadAsyncMessage", -1, ResultKind::SignalRead);
     n.call("ReadAsyncMessage(key)", "the latest report, as candump prints it:");
     n.quote(candumpLine(reportEpochSeconds(report.timestamp), report.channel, 0x123, false, report.data));
     n.flush();
@@ -198,10 +194,8 @@ int runDemo(CommandContext& ctx) {
     std::vector<std::string> lines;
     std::size_t sent = 0, received = 0;
     for (std::string line; std::getline(trace, line);) {
-        if (line.find(":>> ") != std::string::npos)
-            ++sent;
-        if (line.find(":<< ") != std::string::npos)
-            ++received;
+        if (line.find(":>> ") != std::string::npos) ++sent;
+        if (line.find(":<< ") != std::string::npos) ++received;
         if (lines.size() < 4 && (line.find(":>> ") != std::string::npos || line.find(":<< ") != std::string::npos))
             lines.push_back(line);
     }
@@ -209,8 +203,7 @@ int runDemo(CommandContext& ctx) {
     for (const auto& line : lines)
         n.quote(line);
     n.say("(time in ms, >> host to device, << device to host: length, message id, command or answer, data, sum16)");
-    if (ownTrace)
-        std::remove(options.trace.c_str());
+    if (ownTrace) std::remove(options.trace.c_str());
 
     n.step("Done");
     n.say(fmt("The tour took %.1f s. Next: 'tarvel --help', or 'tarvel sim' and '--port' for your own session.",

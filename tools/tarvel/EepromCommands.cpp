@@ -21,8 +21,7 @@ class Progress {
 public:
     Progress(const char* what, std::size_t total) : m_what(what), m_total(total), m_show(isTerminal(2)) {}
     void update(std::size_t done) {
-        if (!m_show || m_total == 0)
-            return;
+        if (!m_show || m_total == 0) return;
         int width = 30;
         int filled = static_cast<int>(done * width / m_total);
         std::fprintf(stderr, "\r%s [%.*s%*s] %3zu%% %zu/%zu bytes", m_what, filled, "##############################",
@@ -30,8 +29,7 @@ public:
         std::fflush(stderr);
     }
     ~Progress() {
-        if (m_show && m_total != 0)
-            std::fprintf(stderr, "\n");
+        if (m_show && m_total != 0) std::fprintf(stderr, "\n");
     }
 
 private:
@@ -54,10 +52,8 @@ std::vector<unsigned char> readRange(Tarvel& t, unsigned address, std::size_t le
         check(t.ReadEeprom(static_cast<unsigned short>(at), n, out.data() + done),
               "ReadEeprom at 0x" + hex4(at) + " (" + std::to_string(n) + " bytes)", ResultKind::Eeprom);
         done += n;
-        if (progress)
-            progress->update(done);
-        if (g_interrupted)
-            throw std::runtime_error("interrupted");
+        if (progress) progress->update(done);
+        if (g_interrupted) throw std::runtime_error("interrupted");
     }
     return out;
 }
@@ -69,16 +65,13 @@ void writeRange(Tarvel& t, unsigned address, const std::vector<unsigned char>& d
         check(t.WriteEeprom(static_cast<unsigned short>(at), n, data.data() + done),
               "WriteEeprom at 0x" + hex4(at) + " (" + std::to_string(n) + " bytes)", ResultKind::Eeprom);
         done += n;
-        if (progress)
-            progress->update(done);
-        if (g_interrupted)
-            throw std::runtime_error("interrupted");
+        if (progress) progress->update(done);
+        if (g_interrupted) throw std::runtime_error("interrupted");
     }
 }
 
 void checkRange(uint64_t address, uint64_t length, bool writing) {
-    if (length == 0)
-        throw UsageError("the length must be at least 1");
+    if (length == 0) throw UsageError("the length must be at least 1");
     if (address + length > kAddressSpace)
         throw UsageError("the range 0x" + hex4(static_cast<unsigned>(address)) + " + " + std::to_string(length) +
                          " goes beyond the 16-bit address space");
@@ -149,8 +142,7 @@ void addEepromCommands(CLI::App& app, CommandContext& ctx) {
         std::ofstream file;
         if (d->file != "-") {
             file.open(d->file, std::ios::binary | std::ios::trunc);
-            if (!file)
-                throw UsageError("cannot write the file '" + d->file + "'");
+            if (!file) throw UsageError("cannot write the file '" + d->file + "'");
         }
         Connection conn(ctx.options);
         std::vector<unsigned char> data;
@@ -161,8 +153,7 @@ void addEepromCommands(CLI::App& app, CommandContext& ctx) {
         std::ostream& out = d->file == "-" ? std::cout : file;
         out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
         out.flush();
-        if (!out)
-            throw std::runtime_error("writing '" + d->file + "' failed");
+        if (!out) throw std::runtime_error("writing '" + d->file + "' failed");
         if (d->file != "-")
             std::printf("eeprom: saved %zu bytes from 0x%s to %s\n", data.size(),
                         hex4(static_cast<unsigned>(address)).c_str(), d->file.c_str());
@@ -177,11 +168,9 @@ void addEepromCommands(CLI::App& app, CommandContext& ctx) {
     onRun(load, ctx, [&ctx, l] {
         uint64_t address = parseNumber(l->address, 0xFFFF, "--at");
         std::ifstream file(l->file, std::ios::binary);
-        if (!file)
-            throw UsageError("cannot read the file '" + l->file + "'");
+        if (!file) throw UsageError("cannot read the file '" + l->file + "'");
         std::vector<unsigned char> data((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-        if (data.empty())
-            throw UsageError("the file '" + l->file + "' is empty");
+        if (data.empty()) throw UsageError("the file '" + l->file + "' is empty");
         checkRange(address, data.size(), true);
         Connection conn(ctx.options);
         {

@@ -14,22 +14,18 @@ namespace tool {
 namespace {
 
 int hexDigit(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
+    if (c >= '0' && c <= '9') return c - '0';
     c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
     return -1;
 }
 
 uint64_t parseHex(const std::string& digits, uint64_t max, const std::string& what, const std::string& whole) {
-    if (digits.empty() || digits.size() > 16)
-        throw UsageError(what + ": not a hexadecimal number: '" + whole + "'");
+    if (digits.empty() || digits.size() > 16) throw UsageError(what + ": not a hexadecimal number: '" + whole + "'");
     uint64_t value = 0;
     for (char c : digits) {
         int d = hexDigit(c);
-        if (d < 0)
-            throw UsageError(what + ": not a hexadecimal number: '" + whole + "'");
+        if (d < 0) throw UsageError(what + ": not a hexadecimal number: '" + whole + "'");
         value = value * 16 + static_cast<unsigned>(d);
     }
     if (value > max)
@@ -46,16 +42,13 @@ uint64_t parseHex(const std::string& digits, uint64_t max, const std::string& wh
 uint64_t parseNumber(const std::string& text, uint64_t max, const std::string& what) {
     if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X'))
         return parseHex(text.substr(2), max, what, text);
-    if (text.empty() || text.size() > 19)
-        throw UsageError(what + ": not a number: '" + text + "'");
+    if (text.empty() || text.size() > 19) throw UsageError(what + ": not a number: '" + text + "'");
     uint64_t value = 0;
     for (char c : text) {
-        if (c < '0' || c > '9')
-            throw UsageError(what + ": not a number: '" + text + "'");
+        if (c < '0' || c > '9') throw UsageError(what + ": not a number: '" + text + "'");
         value = value * 10 + static_cast<unsigned>(c - '0');
     }
-    if (value > max)
-        throw UsageError(what + ": " + text + " is out of range (at most " + std::to_string(max) + ")");
+    if (value > max) throw UsageError(what + ": " + text + " is out of range (at most " + std::to_string(max) + ")");
     return value;
 }
 
@@ -70,8 +63,7 @@ std::vector<unsigned char> parseHexBytes(const std::string& text, const std::str
         digits.clear();
     };
     std::string body = text;
-    if (body.size() >= 2 && body[0] == '0' && (body[1] == 'x' || body[1] == 'X'))
-        body = body.substr(2);
+    if (body.size() >= 2 && body[0] == '0' && (body[1] == 'x' || body[1] == 'X')) body = body.substr(2);
     for (char c : body) {
         if (c == ' ' || c == ':' || c == '.' || c == ',' || c == '-') {
             flush();
@@ -87,27 +79,23 @@ std::vector<unsigned char> parseHexBytes(const std::string& text, const std::str
 
 unsigned parseChannel(const std::string& text) {
     std::string digits = text;
-    if (digits.size() > 3 && digits.compare(0, 3, "can") == 0)
-        digits = digits.substr(3);
+    if (digits.size() > 3 && digits.compare(0, 3, "can") == 0) digits = digits.substr(3);
     if (digits.size() != 1 || digits[0] < '0' || digits[0] > '3')
         throw UsageError("channel: expected 0..3 or can0..can3, got '" + text + "'");
     return static_cast<unsigned>(digits[0] - '0');
 }
 
 int dlcForLength(std::size_t length) {
-    if (length <= 8)
-        return static_cast<int>(length);
+    if (length <= 8) return static_cast<int>(length);
     static const std::size_t fd[] = {12, 16, 20, 24, 32, 48, 64};
     for (int i = 0; i < 7; ++i)
-        if (fd[i] == length)
-            return 9 + i;
+        if (fd[i] == length) return 9 + i;
     return -1;
 }
 
 CanFrameText parseFrame(const std::string& text) {
     auto hash = text.find('#');
-    if (hash == std::string::npos)
-        throw UsageError("frame: expected ID#DATA (e.g. 123#DEADBEEF), got '" + text + "'");
+    if (hash == std::string::npos) throw UsageError("frame: expected ID#DATA (e.g. 123#DEADBEEF), got '" + text + "'");
     std::string idPart = text.substr(0, hash);
     std::string dataPart = text.substr(hash + 1);
     if (!dataPart.empty() && dataPart[0] == '#')
@@ -126,8 +114,7 @@ CanFrameText parseFrame(const std::string& text) {
 
 ChannelId parseChannelId(const std::string& text) {
     auto colon = text.find(':');
-    if (colon == std::string::npos)
-        throw UsageError("expected CHANNEL:ID (e.g. 0:123), got '" + text + "'");
+    if (colon == std::string::npos) throw UsageError("expected CHANNEL:ID (e.g. 0:123), got '" + text + "'");
     ChannelId out;
     out.channel = parseChannel(text.substr(0, colon));
     std::string idPart = text.substr(colon + 1);
@@ -145,8 +132,7 @@ BitRange parseBitRange(const std::string& text, unsigned maxLength) {
         range.start = static_cast<unsigned>(parseNumber(text.substr(0, colon), 0xFFFF, "start bit"));
         range.stop = static_cast<unsigned>(parseNumber(text.substr(colon + 1), 0xFFFF, "stop bit"));
     }
-    if (range.stop < range.start)
-        throw UsageError("bits " + text + ": the start bit comes after the stop bit");
+    if (range.stop < range.start) throw UsageError("bits " + text + ": the start bit comes after the stop bit");
     if (range.stop - range.start + 1 > maxLength)
         throw UsageError("bits " + text + ": longer than " + std::to_string(maxLength) + " bits");
     return range;
@@ -156,8 +142,7 @@ std::string hexBytes(const unsigned char* data, std::size_t length, const char* 
     std::string out;
     char b[4];
     for (std::size_t i = 0; i < length; ++i) {
-        if (i != 0)
-            out += separator;
+        if (i != 0) out += separator;
         std::snprintf(b, sizeof b, "%02X", data[i]);
         out += b;
     }

@@ -31,16 +31,12 @@ void addSimCommand(CLI::App& app, CommandContext& ctx) {
         ->type_name("N");
     sim->add_flag("--silent", options->faults.silent, "Fault: read every command, answer none");
     onRun(sim, ctx, [&ctx, options] {
-        if (!ctx.options.port.empty())
-            throw UsageError("sim is the device: use --serve DEVICE, not --port");
-        if (ctx.options.verbose > 0)
-            options->verbose = true;
+        if (!ctx.options.port.empty()) throw UsageError("sim is the device: use --serve DEVICE, not --port");
+        if (ctx.options.verbose > 0) options->verbose = true;
         tarvelsim::Simulator device(*options);
-        if (!device.start())
-            throw std::runtime_error("cannot start the simulated device: " + device.lastError());
+        if (!device.start()) throw std::runtime_error("cannot start the simulated device: " + device.lastError());
         std::printf("Simulated device ready on %s\n", device.portPath().c_str());
-        if (!options->link.empty())
-            std::printf("Linked as %s\n", options->link.c_str());
+        if (!options->link.empty()) std::printf("Linked as %s\n", options->link.c_str());
         std::fflush(stdout);
         while (!g_interrupted)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));

@@ -51,8 +51,7 @@ void collectSynopsis(const CLI::App* app, const CLI::Formatter& formatter, std::
 std::string commandSynopsis(const CLI::App& app) {
     std::string out = "Commands ('tarvel COMMAND --help' describes each):\n";
     auto formatter = std::dynamic_pointer_cast<CLI::Formatter>(app.get_formatter());
-    if (!formatter)
-        return std::string();
+    if (!formatter) return std::string();
     for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; }))
         collectSynopsis(sub, *formatter, out);
     return out + "\n";
@@ -66,13 +65,11 @@ const CLI::App* deepestParsed(const CLI::App* app) {
 
 // The message, the usage line of the command concerned and where help is.
 int usageFailure(const CLI::App& root, const CLI::App* concerned, const std::string& message) {
-    if (concerned == nullptr)
-        concerned = deepestParsed(&root);
+    if (concerned == nullptr) concerned = deepestParsed(&root);
     std::string path = commandPath(concerned);
     std::cerr << "tarvel: error: " << message << "\n";
     auto formatter = std::dynamic_pointer_cast<CLI::Formatter>(root.get_formatter());
-    if (formatter)
-        std::cerr << formatter->make_usage(concerned, path);
+    if (formatter) std::cerr << formatter->make_usage(concerned, path);
     std::cerr << "Run '" << path << " --help' for more information.\n";
     return tool::kExitUsage;
 }
@@ -127,8 +124,7 @@ int main(int argc, char** argv) {
         // is no command: name the word.
         const CLI::App* concerned = deepestParsed(&app);
         auto left = concerned->remaining();
-        if (left.empty())
-            left = app.remaining();
+        if (left.empty()) left = app.remaining();
         if (!left.empty() && concerned->get_require_subcommand_min() > 0 && concerned->get_subcommands().empty() &&
             left.front().compare(0, 1, "-") != 0)
             return usageFailure(app, concerned, "unknown command '" + left.front() + "'");
@@ -136,8 +132,7 @@ int main(int argc, char** argv) {
     } catch (const tool::UsageError& e) {
         return usageFailure(app, ctx.chosen, e.what());
     }
-    if (!ctx.action)
-        return usageFailure(app, nullptr, "no command given");
+    if (!ctx.action) return usageFailure(app, nullptr, "no command given");
 
     tool::installInterruptHandler();
     try {
@@ -148,8 +143,7 @@ int main(int argc, char** argv) {
         std::cout.flush();
         std::cerr << "tarvel: " << e.operation << " failed: " << tool::describeResult(e.code, e.kind) << "\n";
         std::string report = tool::lastLibraryReport();
-        if (!report.empty())
-            std::cerr << "tarvel: the library reported: " << report << "\n";
+        if (!report.empty()) std::cerr << "tarvel: the library reported: " << report << "\n";
         return tool::kExitFailed;
     } catch (const std::exception& e) {
         std::cout.flush();

@@ -40,27 +40,27 @@ struct BusFrame {
 // Faults, set per run or at run time. Counters count answers sent since the
 // fault was set.
 struct Faults {
-    unsigned answerDelayMs = 0;   // delay every answer
-    unsigned dropEvery = 0;       // drop every n-th answer (0: never)
-    unsigned corruptEvery = 0;    // corrupt the checksum of every n-th answer
+    unsigned answerDelayMs = 0;       // delay every answer
+    unsigned dropEvery = 0;           // drop every n-th answer (0: never)
+    unsigned corruptEvery = 0;        // corrupt the checksum of every n-th answer
     bool garbageBeforeFrames = false; // put non-END bytes before each frame
-    bool cutFrames = false;       // start each frame with junk cut by ESC ESC_BRK
+    bool cutFrames = false;           // start each frame with junk cut by ESC ESC_BRK
     bool hwErrorBeforeAnswer = false; // send TARVEL_HW_ERROR (id 0) before each answer
-    int failCommand = -1;         // answer this command code with failResponse
-    uint8_t failResponse = 0x81;  // COMMAND_FAILED or PACKET_ERROR
-    unsigned floodPerSecond = 0;  // ASYNC_MESSAGE reports per second (0: off)
-    bool floodMax = false;        // as fast as the line takes them
-    bool silent = false;          // read everything, answer nothing
+    int failCommand = -1;             // answer this command code with failResponse
+    uint8_t failResponse = 0x81;      // COMMAND_FAILED or PACKET_ERROR
+    unsigned floodPerSecond = 0;      // ASYNC_MESSAGE reports per second (0: off)
+    bool floodMax = false;            // as fast as the line takes them
+    bool silent = false;              // read everything, answer nothing
 };
 
 struct Options {
-    std::string port;          // empty: open a pseudo-terminal pair; else act as the device on this path
-    std::string link;          // make a symlink to the slave path
-    std::string eepromFile;    // keep the EEPROM in this file
+    std::string port;           // empty: open a pseudo-terminal pair; else act as the device on this path
+    std::string link;           // make a symlink to the slave path
+    std::string eepromFile;     // keep the EEPROM in this file
     uint16_t versionStatus = 0; // status answered to REBOOT mode 3 (0: feature level 100)
-    unsigned bootTimeMs = 200; // deaf time after a restart
-    unsigned capacity = 64;    // transmit messages the device can hold
-    bool verbose = false;      // log traffic on stderr
+    unsigned bootTimeMs = 200;  // deaf time after a restart
+    unsigned capacity = 64;     // transmit messages the device can hold
+    bool verbose = false;       // log traffic on stderr
     Faults faults;
 };
 
@@ -77,8 +77,8 @@ public:
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
 
-    bool start();       // opens the terminal and starts serving on its own thread; false on failure
-    void stop();        // ends the thread and closes the terminal
+    bool start();                 // opens the terminal and starts serving on its own thread; false on failure
+    void stop();                  // ends the thread and closes the terminal
     std::string portPath() const; // the path the host connects to
     std::string lastError() const;
 
@@ -104,7 +104,7 @@ public:
     Bytes eeprom(uint16_t address, std::size_t length) const;
     std::size_t messageCount() const; // transmit messages held
     std::size_t requestCount() const;
-    bool booting() const;           // inside the deaf time of a restart
+    bool booting() const; // inside the deaf time of a restart
     // A host holds the terminal: on a pseudo-terminal from its opening until
     // the terminal was made fresh after its last close; on a port, while open.
     bool hostConnected() const;

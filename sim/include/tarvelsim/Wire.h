@@ -101,7 +101,7 @@ private:
 };
 
 // CAN FD data length codes.
-std::size_t dlcToLength(uint8_t dlc); // dlc 0..15
+std::size_t dlcToLength(uint8_t dlc);    // dlc 0..15
 uint8_t lengthToDlc(std::size_t length); // smallest code that holds length (max 15)
 
 } // namespace tarvelsim

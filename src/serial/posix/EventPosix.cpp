@@ -18,7 +18,9 @@ public:
 
 namespace event {
 
-PortEvent* create(const char* /*name*/) { return new (std::nothrow) PortEvent; }
+PortEvent* create(const char* /*name*/) {
+    return new (std::nothrow) PortEvent;
+}
 
 bool set(PortEvent* e) {
     if (e == nullptr) return false;
@@ -48,7 +50,9 @@ unsigned long wait(PortEvent* e, uint32_t timeoutMs) {
     return got ? kSignalled : kTimeout;
 }
 
-void close(PortEvent* e) { delete e; }
+void close(PortEvent* e) {
+    delete e;
+}
 
 } // namespace event
 } // namespace tarvel

@@ -12,7 +12,9 @@ namespace posix {
 
 namespace {
 
-int getTermios(int fd, struct termios2& t) { return ioctl(fd, TCGETS2, &t) == 0 ? 0 : errno; }
+int getTermios(int fd, struct termios2& t) {
+    return ioctl(fd, TCGETS2, &t) == 0 ? 0 : errno;
+}
 
 } // namespace
 
@@ -79,7 +81,9 @@ int applyLineSettings(int fd, const LineSettings& s) {
     return 0;
 }
 
-int purgeLine(int fd) { return ioctl(fd, TCFLSH, TCIOFLUSH) == 0 ? 0 : errno; }
+int purgeLine(int fd) {
+    return ioctl(fd, TCFLSH, TCIOFLUSH) == 0 ? 0 : errno;
+}
 
 } // namespace posix
 } // namespace tarvel

@@ -20,7 +20,7 @@ namespace tarvel {
 
 struct PortDevice {
     int fd = -1;
-    int cancelFd = -1;                 // eventfd: wakes a read blocked in poll
+    int cancelFd = -1;                  // eventfd: wakes a read blocked in poll
     std::atomic<bool> cancelled{false}; // a cancel is pending (checked without a system call)
 };
 
@@ -36,7 +36,9 @@ int pollTimeout(bool forever, Clock::time_point deadline) {
     return left > INT_MAX ? INT_MAX : static_cast<int>(left);
 }
 
-Clock::time_point deadlineOf(uint32_t timeoutMs) { return Clock::now() + std::chrono::milliseconds(timeoutMs); }
+Clock::time_point deadlineOf(uint32_t timeoutMs) {
+    return Clock::now() + std::chrono::milliseconds(timeoutMs);
+}
 
 IoResult failure(IoStage stage, int error) {
     IoResult r;
@@ -230,7 +232,9 @@ std::string errorText(unsigned long code) {
     return message != nullptr ? message : "";
 }
 
-unsigned long lastError() { return static_cast<unsigned long>(errno); }
+unsigned long lastError() {
+    return static_cast<unsigned long>(errno);
+}
 
 } // namespace port
 } // namespace tarvel

@@ -31,8 +31,7 @@ unsigned long wait(PortEvent* event, uint32_t timeoutMs) {
 }
 
 void close(PortEvent* event) {
-    if (event != nullptr)
-        CloseHandle(handleOf(event));
+    if (event != nullptr) CloseHandle(handleOf(event));
 }
 
 } // namespace event

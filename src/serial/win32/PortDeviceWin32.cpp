@@ -29,10 +29,8 @@ namespace {
 const char kDevicePrefix[] = "\\\\.\\";
 
 std::string devicePath(const std::string& name) {
-    if (name.compare(0, sizeof(kDevicePrefix) - 1, kDevicePrefix) == 0)
-        return name;
-    if (name.find_first_of("/\\") != std::string::npos)
-        return name;
+    if (name.compare(0, sizeof(kDevicePrefix) - 1, kDevicePrefix) == 0) return name;
+    if (name.find_first_of("/\\") != std::string::npos) return name;
     return kDevicePrefix + name;
 }
 
@@ -50,8 +48,7 @@ IoResult failure(IoStage stage, unsigned long error) {
 DWORD cancelAndDrain(HANDLE h, OVERLAPPED* ov) {
     CancelIo(h);
     DWORD moved = 0;
-    if (!GetOverlappedResult(h, ov, &moved, TRUE))
-        moved = 0;
+    if (!GetOverlappedResult(h, ov, &moved, TRUE)) moved = 0;
     return moved;
 }
 
@@ -63,8 +60,7 @@ IoResult transfer(PortDevice* device, Direction dir, unsigned char* buf, DWORD n
     OVERLAPPED ov;
     std::memset(&ov, 0, sizeof ov);
     ov.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    if (ov.hEvent == nullptr)
-        return failure(IoStage::CreateEvent, GetLastError());
+    if (ov.hEvent == nullptr) return failure(IoStage::CreateEvent, GetLastError());
 
     IoResult result;
     DWORD moved = 0;
@@ -90,8 +86,7 @@ IoResult transfer(PortDevice* device, Direction dir, unsigned char* buf, DWORD n
             // A cancel came in while the request was being issued.
             result.count = cancelAndDrain(h, &ov);
             std::lock_guard<std::mutex> lock(device->cancelMutex);
-            if (result.count == 0)
-                device->cancelPending = false;
+            if (result.count == 0) device->cancelPending = false;
         } else {
             DWORD waited = WaitForSingleObject(ov.hEvent, timeoutMs);
             DWORD waitError = GetLastError();
@@ -174,8 +169,7 @@ bool setLineSettings(PortDevice* device, const LineSettings& settings, unsigned 
     if (!device->dcbRead) {
         // Every other field must keep the driver's value.
         LineSettings current;
-        if (!getLineSettings(device, current, error))
-            return false;
+        if (!getLineSettings(device, current, error)) return false;
     }
     DCB dcb = device->dcb;
     dcb.DCBlength = sizeof(DCB);
@@ -211,8 +205,7 @@ bool purge(PortDevice* device, unsigned long& error) {
 }
 
 bool close(PortDevice* device, unsigned long& error) {
-    if (device == nullptr)
-        return true;
+    if (device == nullptr) return true;
     if (!CloseHandle(device->handle)) {
         error = GetLastError();
         return false;
@@ -229,8 +222,7 @@ IoResult readSome(PortDevice* device, unsigned char* buf, std::size_t n, uint32_
             return IoResult();
         }
     }
-    if (n == 0)
-        return IoResult();
+    if (n == 0) return IoResult();
     DWORD limit = n > static_cast<std::size_t>(MAXDWORD) ? MAXDWORD : static_cast<DWORD>(n);
 
     // Bytes already in the driver's queue are fetched by one request; with
@@ -250,17 +242,14 @@ IoResult write(PortDevice* device, const unsigned char* buf, std::size_t n, uint
 }
 
 void cancelRead(PortDevice* device) {
-    if (device == nullptr)
-        return;
+    if (device == nullptr) return;
     std::lock_guard<std::mutex> lock(device->cancelMutex);
     device->cancelPending = true;
-    if (device->pendingRead != nullptr)
-        CancelIoEx(device->handle, device->pendingRead);
+    if (device->pendingRead != nullptr) CancelIoEx(device->handle, device->pendingRead);
 }
 
 void clearCancel(PortDevice* device) {
-    if (device == nullptr)
-        return;
+    if (device == nullptr) return;
     std::lock_guard<std::mutex> lock(device->cancelMutex);
     device->cancelPending = false;
 }
@@ -277,8 +266,7 @@ std::string errorText(unsigned long code) {
                             nullptr, nullptr);
         text = narrow.data();
     }
-    if (wide != nullptr)
-        LocalFree(wide);
+    if (wide != nullptr) LocalFree(wide);
     return text;
 }
 
