@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "TarvelBase.h"
 #include "TarvelTypes.h"
 
 namespace tarvel {

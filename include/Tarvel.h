@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "SerialPort.h"
-#include "TarvelAPI.h"
+#include "TarvelBase.h"
 #include "TarvelPrinter.h"
 #include "TarvelTypes.h"
 

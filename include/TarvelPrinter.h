@@ -8,7 +8,7 @@
 #include <ostream>
 #include <vector>
 
-#include "TarvelAPI.h"
+#include "TarvelBase.h"
 
 // One sink of a channel; exactly one field is set.
 struct PrintSink {

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "TarvelAPI.h"
+#include "TarvelBase.h"
 
 // Every payload, packet, frame, message data block and answer.
 using ByteVector = std::vector<unsigned char>;

@@ -44,21 +44,21 @@ int Tarvel::ClearPrintStream() {
 void Tarvel::Printf_err(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    m_printer.vPrintf(ERR, format, args);
+    m_printer.vPrintf(TARVEL_ERR, format, args);
     va_end(args);
 }
 
 void Tarvel::Printf_inf(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    m_printer.vPrintf(INF, format, args);
+    m_printer.vPrintf(TARVEL_INF, format, args);
     va_end(args);
 }
 
 void Tarvel::vPrintf_err(const char* format, va_list& args) {
-    m_printer.vPrintf(ERR, format, args);
+    m_printer.vPrintf(TARVEL_ERR, format, args);
 }
 
 void Tarvel::vPrintf_inf(const char* format, va_list& args) {
-    m_printer.vPrintf(INF, format, args);
+    m_printer.vPrintf(TARVEL_INF, format, args);
 }

@@ -28,7 +28,7 @@ void Tarvel::DataPrint(const ByteVector& data, int direction) {
         line += kSeparator;
     }
     line += '\n';
-    m_printer.Write(COM, line.c_str());
+    m_printer.Write(TARVEL_COM, line.c_str());
 }
 
 void Tarvel::DebugComm(const char* filename, int mode) {
@@ -48,16 +48,16 @@ void Tarvel::DebugComm(const char* filename, int mode) {
     // Write every line through at once, so a trace survives a crash of the application.
     m_commFile.setf(std::ios_base::unitbuf);
 
-    if (m_printer.SetPrintStream(m_commFile, ERR) != 0) {
-        m_printer.Write(ERR,
+    if (m_printer.SetPrintStream(m_commFile, TARVEL_ERR) != 0) {
+        m_printer.Write(TARVEL_ERR,
                         "Tarvel::DebugComm: Unable to add filestream to ERR channel. (max streams target reached)");
     }
-    if (m_printer.SetPrintStream(m_commFile, INF) != 0) {
-        m_printer.Write(ERR,
+    if (m_printer.SetPrintStream(m_commFile, TARVEL_INF) != 0) {
+        m_printer.Write(TARVEL_ERR,
                         "Tarvel::DebugComm: Unable to add filestream to INF channel. (max streams target reached)");
     }
-    if (m_printer.SetPrintStream(m_commFile, COM) != 0) {
-        m_printer.Write(ERR,
+    if (m_printer.SetPrintStream(m_commFile, TARVEL_COM) != 0) {
+        m_printer.Write(TARVEL_ERR,
                         "Tarvel::DebugComm: Unable to add filestream to COM channel. (max streams target reached)");
     }
 }

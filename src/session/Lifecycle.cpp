@@ -20,7 +20,7 @@ Tarvel::Tarvel()
     : m_signalRequests(placeholderRequests()), m_receiverRunning(false), m_signalRequestCount(0), m_messageId(0),
       m_deviceVersion(0xFFFF), m_printer(kPrinterChannels, kPrinterSinksPerChannel), m_receiverStartGen(0),
       m_receiverStopGen(0) {
-    if (m_printer.SetPrintStream(std::cerr, ERR) != 0 || m_printer.SetPrintStream(std::cout, INF) != 0) {
+    if (m_printer.SetPrintStream(std::cerr, TARVEL_ERR) != 0 || m_printer.SetPrintStream(std::cout, TARVEL_INF) != 0) {
         throw std::invalid_argument("Tarvel::Tarvel: Printer's invalid argument!");
     }
 }

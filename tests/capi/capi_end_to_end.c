@@ -11,6 +11,9 @@
 #include <string.h>
 #include <time.h>
 
+/* Another header may own ERR (curses does): the header still compiles, and
+ * the prefixed level names stand in. */
+#define ERR (-1)
 #include "TarvelAPI.h"
 
 /* Must match the frame the launcher injects. */
@@ -65,8 +68,8 @@ static const char* readFile(const char* path) {
 /* scratchPath: a file the FILE* sink may write (tmpfile() of the Windows C
  * runtime wants the drive's root directory, which users may not write). */
 static void checkPrinting(Tarvel* t, const char* scratchPath) {
-    CHECK_EQ(0, SetPrintFunctionTarvel(t, onErr, ERR));
-    CHECK_EQ(0, SetPrintFunctionTarvel(t, onInf, INF));
+    CHECK_EQ(0, SetPrintFunctionTarvel(t, onErr, TARVEL_ERR));
+    CHECK_EQ(0, SetPrintFunctionTarvel(t, onInf, TARVEL_INF));
     CHECK_EQ(-1, SetPrintFunctionTarvel(t, onInf, (LOG_LEVELS_TARVEL)3));
 
     PrintfErrTarvel(t, "capi err %s %d\n", "text", 7);
@@ -76,18 +79,18 @@ static void checkPrinting(Tarvel* t, const char* scratchPath) {
     CHECK(strstr(infLog, "capi err") == NULL);
 
     /* Removing the callback silences it; adding it back works again. */
-    CHECK_EQ(0, ClearPrintFunctionTarvel(t, onInf, INF));
+    CHECK_EQ(0, ClearPrintFunctionTarvel(t, onInf, TARVEL_INF));
     PrintfInfTarvel(t, "not seen\n");
     CHECK(strstr(infLog, "not seen") == NULL);
-    CHECK_EQ(0, SetPrintFunctionTarvel(t, onInf, INF));
+    CHECK_EQ(0, SetPrintFunctionTarvel(t, onInf, TARVEL_INF));
 
     /* FILE* sinks receive the text unchanged. */
     FILE* file = fopen(scratchPath, "w+b");
     CHECK(file != NULL);
     if (file) {
-        CHECK_EQ(0, SetPrintFileTarvel(t, file, INF));
+        CHECK_EQ(0, SetPrintFileTarvel(t, file, TARVEL_INF));
         PrintfInfTarvel(t, "to file %s\n", "100%");
-        CHECK_EQ(0, ClearPrintFileTarvel(t, file, INF));
+        CHECK_EQ(0, ClearPrintFileTarvel(t, file, TARVEL_INF));
         PrintfInfTarvel(t, "after clear\n");
         char content[64] = {0};
         rewind(file);

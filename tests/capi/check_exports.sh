@@ -1,20 +1,23 @@
 #!/bin/sh
-# The shared library exports every C entry point under its exact name, and
-# otherwise only the members of Tarvel and SerialPort (with their type info).
-# Usage: check_exports.sh libTarvelAPI.so
+# The shared library exports every C entry point of the list under its exact
+# name, and otherwise only the members of Tarvel and SerialPort (with their
+# type info); the public header declares exactly the names of the list.
+# Usage: check_exports.sh libTarvelAPI.so exported-names.txt TarvelAPI.h
 set -eu
-lib=${1:?usage: check_exports.sh <shared library>}
+lib=${1:?usage: check_exports.sh <shared library> <exported-names.txt> <TarvelAPI.h>}
+list=${2:?usage: check_exports.sh <shared library> <exported-names.txt> <TarvelAPI.h>}
+header=${3:?usage: check_exports.sh <shared library> <exported-names.txt> <TarvelAPI.h>}
 
-entry_points="NewTarvel DeleteTarvel ConnectTarvel DisconnectTarvel StartReceiverTarvel
-StopReceiverTarvel GetInternalThreadStatus ReadAsyncMsgTarvel ResetTarvel RebootTarvel
-BootloaderTarvel GetVersionTarvel GetTimeTarvel SetTimeTarvel ReadEepromTarvel WriteEepromTarvel
-AddMessageTarvel RemoveMessageTarvel EnableMessageTarvel DisableMessageTarvel SetMessageDataTarvel
-GetHandlerTarvel AddSignalTarvel RemoveSignalTarvel SignalChangeValueTarvel ChangeSignalSgroupTarvel
-ExecuteSignalChangeTarvel SetSignalControlTarvel AddCrcTarvel ChangeCrcTarvel DisableCrcTarvel
-BlobRemoveTarvel RequestMessageTarvel EnableRequestTarvel DisableRequestTarvel RemoveRequestTarvel
-RequestSignalTarvel SignalReadValue32Tarvel SignalReadValue64Tarvel DebugCommTarvel
-SetPrintFunctionTarvel ClearPrintFunctionTarvel SetPrintFileTarvel ClearPrintFileTarvel
-PrintfErrTarvel PrintfInfTarvel"
+entry_points=$(grep -v '^#' "$list" | tr -s ' \n' '\n' | grep . | sort)
+declared=$(grep -oE '^TARVEL_API [^(]*TARVEL_CALL [A-Za-z0-9_]+' "$header" | awk '{ print $NF }' | sort)
+if [ "$entry_points" != "$declared" ]; then
+    echo "the list of exported names (<) and the header (>) differ:"
+    a=$(mktemp); b=$(mktemp)
+    echo "$entry_points" > "$a"; echo "$declared" > "$b"
+    diff "$a" "$b" || true
+    rm -f "$a" "$b"
+    exit 1
+fi
 
 symbols=$(mktemp)
 trap 'rm -f "$symbols"' EXIT

@@ -1,0 +1,128 @@
+/*
+ * TarvelBase.h: what every public header of TarvelAPI shares: the export
+ * and calling-convention macros, and the plain C types that cross the flat
+ * interface. Valid C and C++; included by TarvelAPI.h, Tarvel.h,
+ * SerialPort.h, TarvelPrinter.h and TarvelTypes.h.
+ */
+#ifndef TARVEL_BASE_H
+#define TARVEL_BASE_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#ifndef __cplusplus
+#include <stdbool.h>
+#endif
+
+/* Export and calling-convention macros. TARVEL_STATIC: linking the static
+ * library (no import decoration on Windows). */
+#if defined(_WIN32)
+#if defined(TARVEL_BUILDING_LIBRARY)
+#define TARVEL_API __declspec(dllexport)
+#elif defined(TARVEL_STATIC)
+#define TARVEL_API
+#else
+#define TARVEL_API __declspec(dllimport)
+#endif
+#define TARVEL_CALL __cdecl
+#else
+#if defined(TARVEL_BUILDING_LIBRARY)
+#define TARVEL_API __attribute__((visibility("default")))
+#else
+#define TARVEL_API
+#endif
+#define TARVEL_CALL
+#endif
+
+/* Result of an int entry point whose operation ended in a C++ exception. */
+#define TARVEL_ERROR_EXCEPTION (-9999)
+
+/* Archetype for format checks of the printf-like operations: the library
+ * formats with C99 conversions (%zu, %lld), on MinGW through its own printf
+ * family rather than the system's. */
+#if defined(__MINGW32__)
+#define TARVEL_PRINTF_ARCHETYPE gnu_printf
+#else
+#define TARVEL_PRINTF_ARCHETYPE printf
+#endif
+
+/* Logging channels of a session's Printer. In C++ the enumeration holds any
+ * int, so that a bad level from a caller is refused rather than undefined.
+ * The short names ERR, INF and COM are left out when TARVEL_NO_SHORT_LEVEL_NAMES
+ * is defined, and each one when another header already defines it as a macro
+ * (curses' ERR); the TARVEL_ names are always there. */
+typedef enum LOG_LEVELS_TARVEL
+#ifdef __cplusplus
+    : int
+#endif
+{
+    TARVEL_ERR = 0, /* errors */
+    TARVEL_INF = 1, /* information */
+    TARVEL_COM = 2  /* communication trace */
+#ifndef TARVEL_NO_SHORT_LEVEL_NAMES
+#ifndef ERR
+    ,
+    ERR = TARVEL_ERR
+#endif
+#ifndef INF
+    ,
+    INF = TARVEL_INF
+#endif
+#ifndef COM
+    ,
+    COM = TARVEL_COM
+#endif
+#endif
+} LOG_LEVELS_TARVEL;
+
+/* Description of a CAN message that the device transmits by itself. */
+typedef struct tagCanMessage {
+    unsigned char dlc;       /* data length code 0..15 (CAN FD table) */
+    unsigned char selector1; /* passed on; first key byte of GetHandler */
+    unsigned char selector2; /* passed on; second key byte of GetHandler */
+    unsigned int id;         /* CAN identifier; low 29 bits are sent */
+    bool idFlag;             /* bit 31 of the identifier word */
+    bool flag6;
+    bool flag5;
+    bool flag4;
+    bool extraFlag;
+    bool enabled;          /* message switched on */
+    bool fastSlowSend;     /* no cumulative signal allowed in it */
+    unsigned short param1; /* passed on (the simulator: period in ms, 0 on change) */
+    unsigned short param2;
+    unsigned short param3;
+} tagCanMessage;
+
+/* One received CAN report as the C entry points hand it out. */
+#pragma pack(push, 1)
+typedef struct TarvelAsyncMessage {
+    uint32_t key;     /* channel << 16 | handler; 0: no report */
+    uint16_t handler; /* low 16 bits of the CAN identifier */
+    uint8_t channel;  /* channel index 0..3 */
+    uint8_t dlc;      /* data length code */
+    uint8_t flag7;
+    uint8_t flag6;
+    uint8_t flag5;
+    uint8_t flag4;
+    uint32_t timestamp; /* host milliseconds at reception */
+} TarvelAsyncMessage;
+#pragma pack(pop)
+
+/* The layout C callers rely on, checked wherever the header is compiled. */
+#if defined(__cplusplus)
+#define TARVEL_LAYOUT_CHECK(cond, what) static_assert(cond, what)
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define TARVEL_LAYOUT_CHECK(cond, what) _Static_assert(cond, what)
+#endif
+#ifdef TARVEL_LAYOUT_CHECK
+TARVEL_LAYOUT_CHECK(sizeof(TarvelAsyncMessage) == 16, "TarvelAsyncMessage is 16 bytes");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, handler) == 4, "handler at 4");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, channel) == 6, "channel at 6");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, dlc) == 7, "dlc at 7");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, flag7) == 8, "flag7 at 8");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, flag4) == 11, "flag4 at 11");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, timestamp) == 12, "timestamp at 12");
+#undef TARVEL_LAYOUT_CHECK
+#endif
+
+#endif /* TARVEL_BASE_H */
