@@ -51,6 +51,7 @@
  * The short names ERR, INF and COM are left out when TARVEL_NO_SHORT_LEVEL_NAMES
  * is defined, and each one when another header already defines it as a macro
  * (curses' ERR); the TARVEL_ names are always there. */
+/* clang-format off */
 typedef enum LOG_LEVELS_TARVEL
 #ifdef __cplusplus
     : int
@@ -74,6 +75,7 @@ typedef enum LOG_LEVELS_TARVEL
 #endif
 #endif
 } LOG_LEVELS_TARVEL;
+/* clang-format on */
 
 /* Description of a CAN message that the device transmits by itself. */
 typedef struct tagCanMessage {
