@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -16,6 +17,7 @@
 namespace tarvel {
 struct PortDevice; // an open device of the platform layer
 class PortEvent;   // a manual-reset event of the platform layer
+class ReadGate;    // turns on the read side: reads, and the operations that purge or close
 } // namespace tarvel
 
 // Line configuration written at Connect (DCB field names).
@@ -72,21 +74,32 @@ public:
     // One frame: n payload bytes; 0 silence; -1 closed or read failure; -2 too
     // long for maxSize; -3 protocol error or silence in mid-frame.
     int SlipReceive(ByteVector& buffer, std::size_t maxSize, int mode);
+    // The same for a reader that another thread may stop: when `keepReading`
+    // is clear as the read would begin, returns 0 at once (buffer emptied).
+    int SlipReceive(ByteVector& buffer, std::size_t maxSize, int mode, const std::atomic<bool>& keepReading);
+    // Wakes a read that is waiting for bytes on another thread: it returns
+    // as on a time-out. A read that begins later is not affected.
+    void InterruptRead();
+
+    // Reads, and the operations that purge, reconfigure or close the device
+    // (Connect, Disconnect, Flush, SetTimeout, assignment), may be called from
+    // different threads: those operations wake a read under way, wait for it
+    // to end and go ahead of the next one.
 
 private:
-    friend class Tarvel;
-    friend struct SerialPortTestAccess; // tests: queue depth, cancel
+    friend struct SerialPortTestAccess; // tests: queue depth
 
     int _startSenderThread();
     int _writeBuffer(unsigned char* buf, int n);
     int _getPopBuffer(ByteVector& out);
     static int SenderThread(SerialPort* port);
 
-    // Wake a read blocked on another thread (it returns as a time-out); the
-    // request stays pending until a read consumes it or it is cleared.
-    void _cancelRead();
-    void _clearCancelRead();
     void _stopSenderThread();
+    int _connect(const std::string& name, unsigned int baud, unsigned char byteSize, unsigned char stopBits,
+                 unsigned char parity);
+    int _disconnect();
+    int _readByte(unsigned char* buf, int n, bool flag);
+    int _slipReceive(ByteVector& buffer, std::size_t maxSize, int mode);
     int _fillReadAhead(std::size_t want, uint32_t timeoutMs);
 
     tarvel::PortEvent* m_dataReadyEvent;    // "SerialDataReady"
@@ -103,6 +116,7 @@ private:
     std::mutex m_queueMutex;
     std::deque<ByteVector> m_writeQueue;
 
+    std::unique_ptr<tarvel::ReadGate> m_readGate;
     std::mutex m_startMutex; // one thread start at a time
     // Read-ahead: one system read fills it, ReadByte serves from it.
     static constexpr std::size_t kReadAheadSize = 4096;

@@ -185,21 +185,34 @@ private:
 
     static constexpr unsigned long long m_kBufferSize = 255;
 
-    void _writeSyncBuffer(const RecvMessage& message);
-    int _readAnswerDirect(RecvMessage& message, int slipMode, bool quiet, bool& hardwareError);
-    int _failedAnswer(unsigned char responseId);
-    int _switchMessage(CMD cmd, unsigned short handler, bool enabled, const char* notFoundReport);
-    int _reboot(unsigned char mode);
-    void _clearHostState();
-    void _writeAsyncMessage(const RecvAsyncMessage& message);
-    void _receiverLoop();
-    // One command exchange, serialised per session: send, and when tracked
-    // wait for the answer with GetResponse(quiet). Returns the answer value,
-    // 0 when untracked, a send failure unchanged, a failed wait c as c - 10.
+    // The command exchange. Each public operation takes m_exchangeMutex once;
+    // the helpers below expect it held.
+    int _send(CMD cmd, const ByteVector& payload, bool tracked);
+    int _awaitAnswer(bool quiet);
+    int _awaitBytes(ByteVector& data, bool quiet);
+    // Send, and when tracked wait for the answer (_awaitAnswer(quiet)): the
+    // answer value, 0 when untracked, a send failure unchanged, a failed
+    // wait c as c - 10.
     int _exchange(CMD cmd, const ByteVector& payload, bool tracked = true, bool quiet = false);
     int _exchangeHandler(CMD cmd, unsigned short handler, const ByteVector& payload, bool tracked = true);
-    // The same, tracked, with the answer's bytes (GetBytesResponse(answer, false)).
+    // The same, tracked, with the answer's bytes (_awaitBytes(answer, false)).
     int _exchangeBytes(CMD cmd, const ByteVector& payload, ByteVector& answer);
+    int _readAnswerDirect(RecvMessage& message, int slipMode, bool quiet, bool& hardwareError);
+    int _failedAnswer(unsigned char responseId);
+    int _reboot(unsigned char mode);
+    int _restart(unsigned char mode); // reboot command, then the host state goes
+    int _ping();
+    int _switchMessage(CMD cmd, unsigned short handler, bool enabled, const char* notFoundReport);
+    void _clearHostState();
+
+    // The receiver thread and the buffers it fills.
+    void _writeSyncBuffer(const RecvMessage& message);
+    void _writeAsyncMessage(const RecvAsyncMessage& message);
+    void _receiverLoop();
+    // Reads one frame (while m_receiverRunning stays set) and sorts it; false
+    // when the receiver has to end (too many faults).
+    bool _receiveOne();
+    void _receiverStateChanged(bool running, bool ended);
     // The checks both SignalReadValue widths share: 0 with the latest report
     // and the registration (and *age set), or the read's result code.
     int _locateSignal(unsigned short handler, bool doRead, RecvAsyncMessage& report, SignalRequest& entry,
@@ -221,15 +234,15 @@ private:
     std::ofstream m_commFile;
     Printer m_printer;
 
-    std::condition_variable m_syncArrived;    // signalled by _writeSyncBuffer
-    std::recursive_mutex m_exchangeMutex;     // one exchange at a time per session
-    std::atomic<unsigned> m_receiverStartGen; // a stop cancels the start it follows
-    std::atomic<unsigned> m_receiverStopGen;
-    // The receiver holds m_portMutex around each frame read; closing or
-    // reconfiguring the port takes it too (after waking the read), and the
-    // receiver lets waiting callers in before its next read.
-    std::mutex m_portMutex;
-    std::atomic<unsigned> m_portWaiters{0};
+    std::mutex m_exchangeMutex;            // one exchange at a time per session
+    std::condition_variable m_syncArrived; // signalled by _writeSyncBuffer
+    // The receiver's life as StartReceiver and Disconnect wait for it.
+    std::atomic<bool> m_receiverStopRequested; // a stop that a starting thread must obey
+    std::mutex m_receiverStateMutex;
+    std::condition_variable m_receiverState;
+    bool m_receiverEnded; // the loop has returned (guarded by m_receiverStateMutex)
+    int m_receiveErrors;  // the receiver's fault counters, per thread
+    int m_invalidUntraced;
 };
 
 #endif

@@ -5,33 +5,37 @@
 
 #include "Tarvel.h"
 #include "protocol/Bytes.h"
-#include "session/SessionUtil.h"
+#include "protocol/RebootMode.h"
 
 using tarvel::mapAnswer;
 
 int Tarvel::Ping() {
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
+    return _ping();
+}
+
+int Tarvel::_ping() {
     // Quiet: Reboot probes a device that may still be booting.
     return mapAnswer(_exchange(PING, {}, true, true));
 }
 
 int Tarvel::GetVersion() {
-    const int r = _reboot(3);
-    if (r == -21) return 0;
-    if (r < 0) return r;
-    return r == 0 ? 100 : 0;
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
+    return tarvel::versionFromQuery(_reboot(tarvel::kVersionQuery));
 }
 
 int Tarvel::Reset() {
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
-    const int r = _reboot(2);
-    if (r < 0) return r;
-    _clearHostState();
-    return r;
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
+    return _restart(tarvel::kRebootReset);
 }
 
 int Tarvel::Bootloader() {
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
-    const int r = _reboot(5);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
+    return _restart(tarvel::kRebootBootloader);
+}
+
+int Tarvel::_restart(unsigned char mode) {
+    const int r = _reboot(mode);
     if (r < 0) return r;
     _clearHostState();
     return r;
@@ -39,21 +43,15 @@ int Tarvel::Bootloader() {
 
 int Tarvel::Reboot(bool mode, unsigned int timeoutMs) {
     // Held for the whole wait so that no other caller talks to a booting device.
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
-    // The purge must not cut into a frame the receiver thread is reading.
-    const auto flush = [this] {
-        TARVEL_PORT_LOCK(port);
-        m_serialPort.Flush();
-    };
-    flush();
-    const int r = _reboot(mode ? 1 : 0);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
+    m_serialPort.Flush();
+    const int r = _restart(mode ? tarvel::kRebootMode1 : tarvel::kRebootMode0);
     if (r < 0) return r;
-    _clearHostState();
 
     const unsigned int probes = timeoutMs / kRebootPollIntervalMs;
     for (unsigned int i = 0; i < probes; ++i) {
-        flush();
-        if (Ping() == 0) break;
+        m_serialPort.Flush();
+        if (_ping() == 0) break;
         if (i + 1 < probes) std::this_thread::sleep_for(std::chrono::milliseconds(kRebootPollIntervalMs));
     }
     return r;

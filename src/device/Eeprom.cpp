@@ -2,6 +2,7 @@
 // write-protected.
 #include <algorithm>
 #include <cstdio>
+#include <mutex>
 
 #include "Tarvel.h"
 #include "protocol/Bytes.h"
@@ -29,6 +30,7 @@ int Tarvel::ReadEeprom(unsigned short address, unsigned char length, unsigned ch
     payload.push_back(length);
 
     ByteVector answer;
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     const int c = _exchangeBytes(READ_EEPROM, payload, answer);
     if (c < 0) return c;
     if (answer.size() != length) {
@@ -56,5 +58,6 @@ int Tarvel::WriteEeprom(unsigned short address, unsigned char length, const unsi
         payload.insert(payload.end(), data, data + length);
     else
         payload.resize(payload.size() + length, 0x00);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return tarvel::mapAnswer(_exchange(WRITE_EEPROM, payload));
 }

@@ -1,5 +1,6 @@
 // Device clock.
 #include <cstdio>
+#include <mutex>
 
 #include "Tarvel.h"
 #include "protocol/Bytes.h"
@@ -10,6 +11,7 @@ int Tarvel::GetTime(long long* time) {
         return -2;
     }
     ByteVector answer;
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     const int c = _exchangeBytes(GET_TIME, {}, answer);
     if (c < 0) return c;
 
@@ -28,5 +30,6 @@ int Tarvel::SetTime(long long time) {
     ByteVector payload;
     tarvel::appendBE32(payload, static_cast<uint32_t>(time));
     // 0x1FFFF: the refusal with the hardware-error mark of the exchange.
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return tarvel::mapAnswer(_exchange(SET_TIME, payload), {{tarvel::kAnswerRefused, -21}, {0x1FFFF, -21}});
 }

@@ -23,6 +23,12 @@ ByteVector buildPacket(uint8_t messageId, uint8_t cmd, const ByteVector& payload
     return packet;
 }
 
+PacketFault checkPacket(const unsigned char* p, std::size_t n) {
+    if (n < 4 || p[0] != static_cast<unsigned char>((n - 4) & 0xFFu)) return PacketFault::Length;
+    const uint16_t received = static_cast<uint16_t>((p[n - 2] << 8) | p[n - 1]);
+    return sum16(p, n - 2) == received ? PacketFault::None : PacketFault::Checksum;
+}
+
 uint8_t nextMessageId(uint8_t current) {
     const uint8_t next = static_cast<uint8_t>(current + 1);
     return next < kFirstTrackedMessageId ? kFirstTrackedMessageId : next;

@@ -26,6 +26,12 @@ ByteVector buildPacket(uint8_t messageId, uint8_t cmd, const ByteVector& payload
 // The id of the next tracked command: increment with wrap, values below 5 become 5.
 uint8_t nextMessageId(uint8_t current);
 
+// What is wrong with a received packet, judged by its length byte and sum16.
+enum class PacketFault { None, Length, Checksum };
+// A packet of at least 4 bytes whose length byte is its size - 4 (mod 256)
+// and whose last two bytes are the sum16 of the others, big-endian.
+PacketFault checkPacket(const unsigned char* p, std::size_t n);
+
 // Appends "0xHH " (upper-case, zero-filled, trailing blank) for every byte.
 void appendHexBytes(std::string& out, const unsigned char* p, std::size_t n);
 

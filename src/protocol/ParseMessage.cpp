@@ -6,50 +6,34 @@
 
 #include "protocol/Packet.h"
 
-namespace {
-
-uint16_t receivedSum(const ByteVector& packet) {
-    const std::size_t n = packet.size();
-    return static_cast<uint16_t>((packet[n - 2] << 8) | packet[n - 1]);
-}
-
-bool lengthByteMatches(const ByteVector& packet) {
-    return packet[0] == static_cast<unsigned char>((packet.size() - 4) & 0xFFu);
-}
-
-} // namespace
-
 int Tarvel::CheckMessage(const ByteVector& packet, bool quiet) {
     const std::size_t size = packet.size();
-    if (size < 4) {
-        if (!quiet) {
-            Printf_err("Tarvel::CheckMessage: Invalid message length. Length: %i\n", static_cast<int>(size));
-        }
-        return -1;
+    switch (tarvel::checkPacket(packet.data(), size)) {
+    case tarvel::PacketFault::None: return 0;
+    case tarvel::PacketFault::Checksum: return -2;
+    case tarvel::PacketFault::Length: break;
     }
-    if (!lengthByteMatches(packet)) {
-        if (!quiet) {
+    if (!quiet) {
+        if (size < 4)
+            Printf_err("Tarvel::CheckMessage: Invalid message length. Length: %i\n", static_cast<int>(size));
+        else
             Printf_err("Tarvel::CheckMessage: Invalid message length. Length: %i, Assumed: %i\n",
                        static_cast<int>((size - 4) & 0xFFu), static_cast<int>(packet[0]));
-        }
-        return -1;
     }
-    return tarvel::sum16(packet.data(), size - 2) == receivedSum(packet) ? 0 : -2;
+    return -1;
 }
 
 int Tarvel::ParseMessage(const ByteVector& packet, RecvMessage& out, int quietLevel) {
-    if (packet.empty()) {
-        return -4;
-    }
+    if (packet.empty()) return -4;
     const std::size_t size = packet.size();
     int result = 0;
-    if (size < 4 || !lengthByteMatches(packet)) {
-        result = -1;
-    } else if (tarvel::sum16(packet.data(), size - 2) != receivedSum(packet)) {
-        result = -2;
-    } else if (size < tarvel::kPacketOverhead) {
+    switch (tarvel::checkPacket(packet.data(), size)) {
+    case tarvel::PacketFault::Length: result = -1; break;
+    case tarvel::PacketFault::Checksum: result = -2; break;
+    case tarvel::PacketFault::None:
         // Length byte 0 and a right checksum: no response id to take apart.
-        result = -1;
+        if (size < tarvel::kPacketOverhead) result = -1;
+        break;
     }
 
     if (result != 0) {
@@ -57,11 +41,10 @@ int Tarvel::ParseMessage(const ByteVector& packet, RecvMessage& out, int quietLe
         if (quietLevel == 0) {
             std::string text;
             tarvel::appendHexBytes(text, packet.data(), size);
-            if (result == -1) {
+            if (result == -1)
                 Printf_err("Tarvel::GetResponse: BAD Message's length %s!\n", text.c_str());
-            } else {
+            else
                 Printf_err("Tarvel::GetResponse: BAD Message's Checksum %s!\n", text.c_str());
-            }
         }
         return result;
     }

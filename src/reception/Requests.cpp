@@ -1,4 +1,6 @@
 // Reception requests: the device reports the CAN messages they name.
+#include <mutex>
+
 #include "Tarvel.h"
 #include "protocol/Bytes.h"
 
@@ -20,6 +22,7 @@ int Tarvel::RequestMessage(unsigned char channelMask, unsigned int id, bool tail
     payload.push_back(tailFlag ? 1 : 0);
     if (data != nullptr) payload.insert(payload.end(), data, data + kDlcToLength[dlc]);
 
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     const int v = mapAnswer(_exchange(REQUEST_MESSAGE, payload),
                             {{1, -21}, {2, -21}, {3, -21}, {4, -21}, {5, -21}, {kAnswerRefused, -21}});
     if (v < 0) return v;
@@ -27,13 +30,16 @@ int Tarvel::RequestMessage(unsigned char channelMask, unsigned int id, bool tail
 }
 
 int Tarvel::EnableRequest(unsigned short handler) {
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchangeHandler(ENABLE_REQUEST, handler, {}));
 }
 
 int Tarvel::DisableRequest(unsigned short handler) {
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchangeHandler(DISABLE_REQUEST, handler, {}));
 }
 
 int Tarvel::RemoveRequest(unsigned short handler) {
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchangeHandler(REMOVE_REQUEST, handler, {}));
 }

@@ -39,7 +39,7 @@ int Tarvel::RequestSignal(int requestKey, unsigned short StartSymbol, unsigned s
         Printf_err("Tarvel::RequestSignal: Length of signal exceed maximal 64 bits.\n");
         return -1;
     }
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     m_signalRequests.push_back({static_cast<uint32_t>(requestKey), StartSymbol, StopSymbol});
     return static_cast<int>(++m_signalRequestCount);
 }
@@ -49,7 +49,7 @@ int Tarvel::_locateSignal(unsigned short handler, bool doRead, RecvAsyncMessage&
     if (!doRead) return -1000;
     if (!m_receiverRunning) return -3;
     {
-        std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
+        std::lock_guard<std::mutex> exchange(m_exchangeMutex);
         if (handler >= m_signalRequests.size()) {
             Printf_err("Requested signal is not registered! Signal handler: %u\n", handler);
             return -4;

@@ -7,6 +7,7 @@
 
 #include "SerialPort.h"
 #include "serial/PortDevice.h"
+#include "serial/ReadGate.h"
 #include "serial/SystemError.h"
 
 namespace port = tarvel::port;
@@ -27,6 +28,11 @@ IoResult notOpen() {
 } // namespace
 
 int SerialPort::ReadByte(unsigned char* buf, int n, bool flag) {
+    tarvel::ReadTurn turn(*m_readGate);
+    return _readByte(buf, n, flag);
+}
+
+int SerialPort::_readByte(unsigned char* buf, int n, bool flag) {
     if (m_portHandle == nullptr) {
         PrintIoError(IoDirection::Read, notOpen(), flag);
         return -1;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "serial/PortDevice.h"
+#include "serial/ReadGate.h"
 #include "serial/SystemError.h"
 
 using tarvel::PortDevice;
@@ -14,14 +15,14 @@ namespace event = tarvel::event;
 
 SerialPort::SerialPort()
     : m_dataReadyEvent(nullptr), m_threadStatusEvent(nullptr), m_portHandle(nullptr), m_dcb(), m_dropEnabled(true),
-      m_readTimeout(0), m_writeTimeout(0), m_threadStatus(IDLE), m_readAhead(nullptr), m_readPos(0), m_readLen(0),
-      m_readCap(0) {}
+      m_readTimeout(0), m_writeTimeout(0), m_threadStatus(IDLE), m_readGate(new tarvel::ReadGate(m_portHandle)),
+      m_readAhead(nullptr), m_readPos(0), m_readLen(0), m_readCap(0) {}
 
 SerialPort::SerialPort(const SerialPort& other)
     : m_dataReadyEvent(nullptr), m_threadStatusEvent(nullptr), m_portHandle(nullptr), m_dcb(other.m_dcb),
       m_dropEnabled(other.m_dropEnabled), m_readTimeout(other.m_readTimeout.load()),
       m_writeTimeout(other.m_writeTimeout.load()), m_portName(other.m_portName), m_threadStatus(IDLE),
-      m_readAhead(nullptr), m_readPos(0), m_readLen(0), m_readCap(0) {}
+      m_readGate(new tarvel::ReadGate(m_portHandle)), m_readAhead(nullptr), m_readPos(0), m_readLen(0), m_readCap(0) {}
 
 SerialPort& SerialPort::operator=(const SerialPort& other) {
     // Taken first: assigning a port to itself closes it as well, but keeps
@@ -30,7 +31,8 @@ SerialPort& SerialPort::operator=(const SerialPort& other) {
     // The sender thread writes to the device, so it goes first; a connected
     // target must not leak its device.
     _stopSenderThread();
-    if (m_portHandle != nullptr) Disconnect();
+    tarvel::ControlTurn turn(*m_readGate);
+    if (m_portHandle != nullptr) _disconnect();
     m_portHandle = nullptr;
     m_readPos = m_readLen = 0;
     m_dcb = other.m_dcb;
@@ -44,7 +46,7 @@ SerialPort& SerialPort::operator=(const SerialPort& other) {
 
 SerialPort::~SerialPort() {
     _stopSenderThread();
-    if (m_portHandle != nullptr) Disconnect();
+    if (m_portHandle != nullptr) _disconnect();
     if (m_dataReadyEvent != nullptr) event::close(m_dataReadyEvent);
     if (m_threadStatusEvent != nullptr) event::close(m_threadStatusEvent);
     delete[] m_readAhead;
@@ -52,6 +54,12 @@ SerialPort::~SerialPort() {
 
 int SerialPort::Connect(const std::string& name, unsigned int baud, unsigned char byteSize, unsigned char stopBits,
                         unsigned char parity) {
+    tarvel::ControlTurn turn(*m_readGate);
+    return _connect(name, baud, byteSize, stopBits, parity);
+}
+
+int SerialPort::_connect(const std::string& name, unsigned int baud, unsigned char byteSize, unsigned char stopBits,
+                         unsigned char parity) {
     if (IsActive()) {
         if (name == m_portName) return 1;
         std::fprintf(stderr, "COM port already open! (Open: %s, opening: %s)\n", m_portName.c_str(), name.c_str());
@@ -71,7 +79,7 @@ int SerialPort::Connect(const std::string& name, unsigned int baud, unsigned cha
     m_readPos = m_readLen = 0;
 
     if (!port::getLineSettings(device, m_dcb, error)) {
-        Disconnect();
+        _disconnect();
         PrintSystemError(error, "SerialPort::Connect: GetCommState failed with error: ", false);
         return -3;
     }
@@ -80,7 +88,7 @@ int SerialPort::Connect(const std::string& name, unsigned int baud, unsigned cha
     m_dcb.StopBits = stopBits;
     m_dcb.Parity = parity;
     if (!port::setLineSettings(device, m_dcb, error)) {
-        Disconnect();
+        _disconnect();
         PrintSystemError(error, "SerialPort::Connect: SetCommState failed with error: ", false);
         return -4;
     }
@@ -89,6 +97,11 @@ int SerialPort::Connect(const std::string& name, unsigned int baud, unsigned cha
 }
 
 int SerialPort::Disconnect() {
+    tarvel::ControlTurn turn(*m_readGate);
+    return _disconnect();
+}
+
+int SerialPort::_disconnect() {
     _stopSenderThread();
     if (m_portHandle != nullptr) {
         unsigned long error = 0;
@@ -104,6 +117,7 @@ int SerialPort::Disconnect() {
 }
 
 int SerialPort::Flush() {
+    tarvel::ControlTurn turn(*m_readGate);
     m_readPos = m_readLen = 0;
     unsigned long error = 0;
     if (!port::purge(m_portHandle, error)) {
@@ -114,6 +128,7 @@ int SerialPort::Flush() {
 }
 
 int SerialPort::SetTimeout(unsigned int readMs, unsigned int writeMs) {
+    tarvel::ControlTurn turn(*m_readGate);
     unsigned long error = 0;
     bool ok = false;
     if (m_portHandle == nullptr)
@@ -143,10 +158,6 @@ int SerialPort::getThrStatus() const {
     return m_threadStatus.load();
 }
 
-void SerialPort::_cancelRead() {
-    if (m_portHandle != nullptr) port::cancelRead(m_portHandle);
-}
-
-void SerialPort::_clearCancelRead() {
-    if (m_portHandle != nullptr) port::clearCancel(m_portHandle);
+void SerialPort::InterruptRead() {
+    m_readGate->interrupt();
 }

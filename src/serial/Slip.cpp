@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "SerialPort.h"
+#include "serial/ReadGate.h"
 #include "serial/SlipCodec.h"
 
 const unsigned char SerialPort::END = tarvel::slip::kEnd;
@@ -22,16 +23,30 @@ int SerialPort::SlipSend(const ByteVector& data, bool, bool blocking) {
 }
 
 int SerialPort::SlipReceive(ByteVector& buffer, std::size_t maxSize, int mode) {
+    tarvel::ReadTurn turn(*m_readGate);
+    return _slipReceive(buffer, maxSize, mode);
+}
+
+int SerialPort::SlipReceive(ByteVector& buffer, std::size_t maxSize, int mode, const std::atomic<bool>& keepReading) {
+    tarvel::ReadTurn turn(*m_readGate, &keepReading);
+    if (!turn.held()) {
+        buffer.clear();
+        return 0;
+    }
+    return _slipReceive(buffer, maxSize, mode);
+}
+
+int SerialPort::_slipReceive(ByteVector& buffer, std::size_t maxSize, int mode) {
     if (!IsActive()) return -1;
     const bool flag = mode == 2;
-    // ReadByte(b, 1, flag), with its common case (the byte is already in
+    // _readByte(b, 1, flag), with its common case (the byte is already in
     // the read-ahead) inline.
     auto readOne = [this, flag](unsigned char* b) {
         if (m_readPos < m_readLen) {
             *b = m_readAhead[m_readPos++];
             return 1;
         }
-        return ReadByte(b, 1, flag);
+        return _readByte(b, 1, flag);
     };
     return tarvel::slip::decode(readOne, buffer, maxSize, mode == 0, m_dropEnabled);
 }

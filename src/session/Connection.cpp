@@ -2,10 +2,9 @@
 // that a connection (or a device restart) invalidates.
 #include <chrono>
 #include <mutex>
-#include <thread>
 
 #include "Tarvel.h"
-#include "session/SessionUtil.h"
+#include "protocol/RebootMode.h"
 
 namespace {
 
@@ -13,68 +12,50 @@ const unsigned kBaudRate = 2000000;
 const unsigned char kDataBits = 8;
 const unsigned char kOneStopBit = 0;
 const unsigned char kEvenParity = 2;
-const unsigned char kVersionQuery = 3; // REBOOT mode: answer the version, don't restart
 const std::chrono::milliseconds kReceiverEndWait(1000);
 
 } // namespace
 
 int Tarvel::Connect(const std::string& port, unsigned int readTimeout, unsigned int writeTimeout) {
-    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
-    {
-        TARVEL_PORT_LOCK(portLock);
-        const int opened = m_serialPort.Connect(port, kBaudRate, kDataBits, kOneStopBit, kEvenParity);
-        if (opened < 0) return opened; // 1 (this port is already open) goes on
-        const int timeouts = m_serialPort.SetTimeout(readTimeout, writeTimeout);
-        if (timeouts < 0) return timeouts - 100;
-        const int flushed = m_serialPort.Flush();
-        if (flushed < 0) return flushed - 200;
-    }
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
+    const int opened = m_serialPort.Connect(port, kBaudRate, kDataBits, kOneStopBit, kEvenParity);
+    if (opened < 0) return opened; // 1 (this port is already open) goes on
+    const int timeouts = m_serialPort.SetTimeout(readTimeout, writeTimeout);
+    if (timeouts < 0) return timeouts - 100;
+    const int flushed = m_serialPort.Flush();
+    if (flushed < 0) return flushed - 200;
 
-    const int version = _reboot(kVersionQuery);
-    if (version == 0) {
-        m_deviceVersion = 100;
-        return 0;
-    }
-    if (version == -21 || version > 0) {
-        m_deviceVersion = 0;
-        return 0;
-    }
-    return version - 300;
+    const int version = tarvel::versionFromQuery(_reboot(tarvel::kVersionQuery));
+    if (version < 0) return version - 300;
+    m_deviceVersion = static_cast<uint16_t>(version);
+    return 0;
 }
 
 int Tarvel::Disconnect() {
-    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     _clearHostState();
-    int result;
-    {
-        TARVEL_PORT_LOCK(portLock);
-        result = m_serialPort.Disconnect();
-    }
+    const int result = m_serialPort.Disconnect();
     // A receiver that still runs finds the port closed and ends by itself
     // after a few failed reads, which take no time. Waiting for that keeps
     // it from living on into the next Connect, whose version answer it
     // would take and then abandon.
     if (result == 0 && m_receiverThread.joinable()) {
-        const auto deadline = std::chrono::steady_clock::now() + kReceiverEndWait;
-        while (m_receiverRunning.load() && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::yield();
+        std::unique_lock<std::mutex> state(m_receiverStateMutex);
+        m_receiverState.wait_for(state, kReceiverEndWait, [this] { return m_receiverEnded; });
     }
     return result;
 }
 
 int Tarvel::SetTimeout(unsigned int readTimeout, unsigned int writeTimeout) {
-    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
-    TARVEL_PORT_LOCK(portLock);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return m_serialPort.SetTimeout(readTimeout, writeTimeout);
 }
 
 int Tarvel::GetTimeout(unsigned int& readTimeout, unsigned int& writeTimeout) {
-    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
     return m_serialPort.GetTimeout(readTimeout, writeTimeout);
 }
 
 void Tarvel::_clearHostState() {
-    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
     {
         std::lock_guard<std::mutex> lock(m_asyncMutex);
         m_asyncMessages.clear();

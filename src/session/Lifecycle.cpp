@@ -18,8 +18,8 @@ std::vector<SignalRequest> placeholderRequests() {
 
 Tarvel::Tarvel()
     : m_signalRequests(placeholderRequests()), m_receiverRunning(false), m_signalRequestCount(0), m_messageId(0),
-      m_deviceVersion(0xFFFF), m_printer(kPrinterChannels, kPrinterSinksPerChannel), m_receiverStartGen(0),
-      m_receiverStopGen(0) {
+      m_deviceVersion(0xFFFF), m_printer(kPrinterChannels, kPrinterSinksPerChannel), m_receiverStopRequested(false),
+      m_receiverEnded(true), m_receiveErrors(0), m_invalidUntraced(0) {
     if (m_printer.SetPrintStream(std::cerr, TARVEL_ERR) != 0 || m_printer.SetPrintStream(std::cout, TARVEL_INF) != 0) {
         throw std::invalid_argument("Tarvel::Tarvel: Printer's invalid argument!");
     }
@@ -29,7 +29,8 @@ Tarvel::Tarvel()
 // connected, has no receiver and starts with empty tables.
 Tarvel::Tarvel(const Tarvel& other)
     : m_signalRequests(placeholderRequests()), m_receiverRunning(false), m_signalRequestCount(0), m_messageId(0),
-      m_deviceVersion(0xFFFF), m_printer(other.m_printer), m_receiverStartGen(0), m_receiverStopGen(0) {}
+      m_deviceVersion(0xFFFF), m_printer(other.m_printer), m_receiverStopRequested(false), m_receiverEnded(true),
+      m_receiveErrors(0), m_invalidUntraced(0) {}
 
 // Only the sinks are taken over; port, connection, tables and receiver stay.
 Tarvel& Tarvel::operator=(const Tarvel& other) {

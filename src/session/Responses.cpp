@@ -35,10 +35,7 @@ int Tarvel::_readAnswerDirect(RecvMessage& message, int slipMode, bool quiet, bo
     hardwareError = false;
     for (;;) {
         ByteVector buffer;
-        {
-            std::lock_guard<std::mutex> port(m_portMutex);
-            m_serialPort.SlipReceive(buffer, m_kBufferSize, slipMode);
-        }
+        m_serialPort.SlipReceive(buffer, m_kBufferSize, slipMode);
         const int parsed = ParseMessage(buffer, message, quiet ? 2 : 0);
         if (parsed == -4) {
             if (!quiet) Printf_err("Tarvel::GetResponse: No valid answer for specified message.\n");
@@ -68,7 +65,16 @@ int Tarvel::_failedAnswer(unsigned char responseId) {
 }
 
 int Tarvel::GetResponse(bool quiet) {
-    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
+    return _awaitAnswer(quiet);
+}
+
+int Tarvel::GetBytesResponse(ByteVector& data, bool quiet) {
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
+    return _awaitBytes(data, quiet);
+}
+
+int Tarvel::_awaitAnswer(bool quiet) {
     RecvMessage message;
     if (m_receiverRunning.load()) {
         if (ReadSyncMessage(m_messageId, message, tarvel::session::kSyncPolls, quiet) != 0) return -5;
@@ -82,8 +88,7 @@ int Tarvel::GetResponse(bool quiet) {
     return value + (hardwareError ? kHardwareErrorSeen : 0);
 }
 
-int Tarvel::GetBytesResponse(ByteVector& data, bool quiet) {
-    std::lock_guard<std::recursive_mutex> exchange(m_exchangeMutex);
+int Tarvel::_awaitBytes(ByteVector& data, bool quiet) {
     RecvMessage message;
     if (m_receiverRunning.load()) {
         if (ReadSyncMessage(m_messageId, message, tarvel::session::kSyncPolls, quiet) != 0) return -5;

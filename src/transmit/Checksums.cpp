@@ -1,6 +1,7 @@
 // Checksum configurations, gateway identifier and blob removal: fixed
 // payloads that the host passes on without meaning of its own.
 #include <cstdlib>
+#include <mutex>
 
 #include "Tarvel.h"
 #include "protocol/Bytes.h"
@@ -18,6 +19,7 @@ int Tarvel::AddCrc(const unsigned char* crcBlock) {
         Printf_err("Tarvel::AddCrc: Checksum block pointer is NULL!\n");
         return -2;
     }
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchange(ADD_CRC, ByteVector(crcBlock, crcBlock + kCrcBlockSize)));
 }
 
@@ -30,19 +32,23 @@ int Tarvel::ChangeCrc(unsigned short handler, unsigned char* crcBlock) {
         for (std::size_t i = 0; i < kCrcBlockSize; ++i)
             block.push_back(static_cast<unsigned char>(std::rand() % 256));
     }
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchangeHandler(CHANGE_CRC, handler, block), kCrcAnswers);
 }
 
 int Tarvel::DisableCrc(unsigned short handler) {
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchangeHandler(DISABLE_CRC, handler, {}), kCrcAnswers);
 }
 
 int Tarvel::GatewayID(unsigned char target, unsigned int id) {
     ByteVector payload{target};
     tarvel::appendLE32(payload, id);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchange(GATEWAY_ID, payload));
 }
 
 int Tarvel::BlobRemove() {
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchange(BLOB_REMOVE, {0x00}));
 }

@@ -60,7 +60,7 @@ int Tarvel::AddMessage(const tagCanMessage& message, const ByteVector& data) {
     payload.push_back(message.enabled ? 1 : 0);
     payload.insert(payload.end(), data.begin(), data.end());
 
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     const int v = _exchange(ADD_MESSAGE, payload);
     if (v < 0) return v;
     switch (v) {
@@ -107,7 +107,7 @@ int Tarvel::AddMessage(const unsigned char* data, unsigned char dlc, unsigned ch
 }
 
 int Tarvel::RemoveMessage(unsigned short handler) {
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     const int v = mapAnswer(_exchangeHandler(REMOVE_MESSAGE, handler, {}), kSwitchAnswers);
     if (v >= 0) m_txMessages.erase(handler);
     return v;
@@ -115,7 +115,7 @@ int Tarvel::RemoveMessage(unsigned short handler) {
 
 // Switches a message on or off on the device and mirrors that in the host copy.
 int Tarvel::_switchMessage(CMD cmd, unsigned short handler, bool enabled, const char* notFoundReport) {
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     const int v = mapAnswer(_exchangeHandler(cmd, handler, {}), kSwitchAnswers);
     if (v < 0) return v;
     const auto it = m_txMessages.find(handler);
@@ -138,7 +138,7 @@ int Tarvel::DisableMessage(unsigned short handler) {
 
 int Tarvel::SetMessageData(unsigned short handler, const unsigned char* data, const unsigned char* mask, bool flag,
                            bool tracked) {
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     auto it = m_txMessages.find(handler);
     if (it == m_txMessages.end()) {
         Printf_err("Tarvel::SetMessageData: Message not found in internal API structure.\n");
@@ -168,5 +168,6 @@ int Tarvel::GetHandler(unsigned char selector1, unsigned char selector2, unsigne
     ByteVector payload;
     appendMessageKey(payload, selector1, selector2, id | (idFlag ? kIdFlagBit : 0),
                      flagsByte(fastSlowSend, flag6, false, false));
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchange(GET_HANDLER, payload));
 }

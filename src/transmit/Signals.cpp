@@ -24,7 +24,7 @@ int Tarvel::AddSignal(unsigned short messageHandler, unsigned char group, unsign
         return -31;
     }
 
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     auto message = m_txMessages.find(messageHandler);
     if (message == m_txMessages.end()) {
         // Not fatal: the device may hold messages this session did not add.
@@ -46,14 +46,14 @@ int Tarvel::AddSignal(unsigned short messageHandler, unsigned char group, unsign
 }
 
 int Tarvel::RemoveSignal(unsigned short handler) {
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     const int v = mapAnswer(_exchangeHandler(REMOVE_SIGNAL, handler, {}));
     if (v >= 0) m_signals.erase(handler);
     return v;
 }
 
 int Tarvel::SignalChangeValue(unsigned short handler, unsigned short value, bool flag, bool tracked) {
-    std::lock_guard<std::recursive_mutex> lock(m_exchangeMutex);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     auto signal = m_signals.find(handler);
     if (signal == m_signals.end()) {
         Printf_err("Tarvel::SignalChangeValue: Signal not found in internal API structure.\n");
@@ -75,10 +75,12 @@ int Tarvel::SignalChangeValue(unsigned short handler, unsigned short value, bool
 int Tarvel::ChangeSignalSgroup(unsigned char group, unsigned short value) {
     ByteVector payload{group};
     appendBE16(payload, value);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchange(CHANGE_SIGNAL, payload));
 }
 
 int Tarvel::ExecuteSignalChange(bool tracked) {
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchange(EXECUTE_SIGNAL_CHANGE, {}, tracked));
 }
 
@@ -89,5 +91,6 @@ int Tarvel::SetSignalControl(unsigned short handler, unsigned char controlMode, 
     appendBE32(payload, arg1);
     appendBE32(payload, arg2);
     appendBE32(payload, arg3);
+    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     return mapAnswer(_exchange(SET_SIGNAL_CONTROL, payload));
 }

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <future>
 
 #include "CaptureStderr.h"
@@ -189,22 +191,43 @@ TEST_F(PortIo, HangUpFailsReadsAndWritesInsteadOfTimingOut) {
     EXPECT_NE(text.find("SerialPort::WriteByte WriteFile failed with error: "), std::string::npos);
 }
 
-TEST_F(PortIo, ABlockedReadCanBeCancelledFromAnotherThread) {
+TEST_F(PortIo, AReaderThatIsToldToStopIsWokenWhateverTheReadTimeout) {
     ASSERT_EQ(port.SetTimeout(30000, 1000), 0);
-    auto reader = std::async(std::launch::async, [this] {
-        unsigned char b = 0;
-        return port.ReadByte(&b, 1, false);
-    });
-    SerialPortTestAccess::cancelRead(port);
+    std::atomic<bool> keepReading{true};
+    ByteVector buffer;
+    auto reader = std::async(std::launch::async, [&] { return port.SlipReceive(buffer, 255, 1, keepReading); });
+    keepReading = false;
+    port.InterruptRead();
+    ASSERT_EQ(reader.wait_for(std::chrono::seconds(10)), std::future_status::ready);
     EXPECT_EQ(reader.get(), 0);
 
-    // A cancel that nobody consumed can be dropped before the next read.
-    SerialPortTestAccess::cancelRead(port);
-    SerialPortTestAccess::clearCancel(port);
+    // With no read under way an interrupt leaves nothing behind for the next one.
+    port.InterruptRead();
     ASSERT_TRUE(pty.write(ByteVector{0x42}));
     unsigned char b = 0;
     EXPECT_EQ(port.ReadByte(&b, 1, false), 1);
     EXPECT_EQ(b, 0x42);
+}
+
+TEST_F(PortIo, PurgingAndClosingWakeAReadOnAnotherThread) {
+    ASSERT_EQ(port.SetTimeout(30000, 1000), 0);
+    ByteVector buffer;
+    const auto read = [&] { return std::async(std::launch::async, [&] { return port.SlipReceive(buffer, 255, 1); }); };
+    // Whether the read has begun or not, the purge runs and the read ends long
+    // before its 30 s: woken (0), or begun after the purge and given the frame.
+    auto reader = read();
+    EXPECT_EQ(port.Flush(), 0);
+    ASSERT_TRUE(pty.write(ByteVector{0xC0, 0x01, 0xC0}));
+    ASSERT_EQ(reader.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    const int afterPurge = reader.get();
+    EXPECT_TRUE(afterPurge == 0 || afterPurge == 1) << afterPurge;
+
+    ASSERT_EQ(port.Flush(), 0); // the frame, if it is still there
+    reader = read();
+    EXPECT_EQ(port.Disconnect(), 0);
+    ASSERT_EQ(reader.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    const int afterClose = reader.get();
+    EXPECT_TRUE(afterClose == 0 || afterClose == -1) << afterClose; // woken, or begun on the closed port
 }
 
 TEST(PortCopy, CopiesAreNotConnectedAndAssignmentClosesTheTarget) {

@@ -14,8 +14,6 @@
 #include "SerialPort.h"
 
 struct SerialPortTestAccess {
-    static void cancelRead(SerialPort& p) { p._cancelRead(); }
-    static void clearCancel(SerialPort& p) { p._clearCancelRead(); }
     static std::size_t queued(SerialPort& p) {
         std::lock_guard<std::mutex> lock(p.m_queueMutex);
         return p.m_writeQueue.size();

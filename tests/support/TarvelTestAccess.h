@@ -22,18 +22,28 @@ struct TarvelTestAccess {
         return t.m_asyncMessages.size();
     }
     static int exchange(Tarvel& t, Tarvel::CMD cmd, const ByteVector& payload, bool tracked = true) {
+        std::lock_guard<std::mutex> lock(t.m_exchangeMutex);
         return t._exchange(cmd, payload, tracked);
     }
     static int exchangeBytes(Tarvel& t, Tarvel::CMD cmd, const ByteVector& payload, ByteVector& answer) {
+        std::lock_guard<std::mutex> lock(t.m_exchangeMutex);
         return t._exchangeBytes(cmd, payload, answer);
     }
-    static int reboot(Tarvel& t, unsigned char mode) { return t._reboot(mode); }
+    static int reboot(Tarvel& t, unsigned char mode) {
+        std::lock_guard<std::mutex> lock(t.m_exchangeMutex);
+        return t._reboot(mode);
+    }
     // Runs the receiver loop on the calling thread as a start that a stop
     // request has already overtaken.
     static void runOvertakenReceiverLoop(Tarvel& t) {
-        t.m_receiverStartGen.fetch_add(1);
-        t.m_receiverStopGen.store(t.m_receiverStartGen.load());
+        t.m_receiverStopRequested = true;
         t._receiverLoop();
+    }
+    // One step of the receiver loop on the calling thread (no receiver thread):
+    // false when the receiver would end.
+    static bool receiveOne(Tarvel& t) {
+        t.m_receiverRunning = true;
+        return t._receiveOne();
     }
     static bool receiverRunning(const Tarvel& t) { return t.m_receiverRunning.load(); }
 };

@@ -1,0 +1,77 @@
+// Who may use a port's read side, and when. One read runs at a time (a frame
+// read or a ReadByte call). Operations that purge, reconfigure or close the
+// device wake a read that is under way, go ahead of the next one, and run
+// alone. Internal to the library.
+#ifndef TARVEL_SERIAL_READ_GATE_H
+#define TARVEL_SERIAL_READ_GATE_H
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+
+#include "serial/PortDevice.h"
+
+namespace tarvel {
+
+class ReadGate {
+public:
+    // `device` is the port's handle member: read only while the gate is
+    // held, which is when nobody may change it.
+    explicit ReadGate(PortDevice* const& device) : m_device(device) {}
+    ReadGate(const ReadGate&) = delete;
+    ReadGate& operator=(const ReadGate&) = delete;
+
+    // Waits for the read side. False, and nothing held, when `keepReading`
+    // is given and clear by then: a stop that came first wins.
+    bool enterRead(const std::atomic<bool>* keepReading);
+    // Drops a wake-up that the read did not consume, so that it cannot cut
+    // the next read short.
+    void leaveRead();
+    // Wakes a read under way and waits until the read side is free.
+    void enterControl();
+    void leaveControl();
+    // Wakes a read under way (it returns as a time-out); nothing otherwise.
+    void interrupt();
+
+private:
+    enum class Holder { None, Read, Control };
+
+    PortDevice* const& m_device;
+    std::mutex m_mutex;
+    std::condition_variable m_free;
+    Holder m_holder = Holder::None;
+    unsigned m_controlsWaiting = 0;
+};
+
+// Holds the read side for one scope; `held()` false when a stop came first.
+class ReadTurn {
+public:
+    ReadTurn(ReadGate& gate, const std::atomic<bool>* keepReading = nullptr)
+        : m_gate(gate), m_held(gate.enterRead(keepReading)) {}
+    ~ReadTurn() {
+        if (m_held) m_gate.leaveRead();
+    }
+    ReadTurn(const ReadTurn&) = delete;
+    ReadTurn& operator=(const ReadTurn&) = delete;
+    bool held() const { return m_held; }
+
+private:
+    ReadGate& m_gate;
+    bool m_held;
+};
+
+// Holds the read side for a purge, reconfiguration or close.
+class ControlTurn {
+public:
+    explicit ControlTurn(ReadGate& gate) : m_gate(gate) { m_gate.enterControl(); }
+    ~ControlTurn() { m_gate.leaveControl(); }
+    ControlTurn(const ControlTurn&) = delete;
+    ControlTurn& operator=(const ControlTurn&) = delete;
+
+private:
+    ReadGate& m_gate;
+};
+
+} // namespace tarvel
+
+#endif
