@@ -68,6 +68,9 @@ public:
     // event; thread not serving: -2 START_REQ, -3 STOP_REQ, -4 STOPPED, -1 FAILED.
     int WriteByteNonblock(unsigned char* buf, int n);
     int getThrStatus() const;
+    // Buffers that a full write queue lost (each replaced the newest one)
+    // since the port was made.
+    unsigned long long GetDroppedWrites() const;
 
     // Frame and send: blocking -> WriteByte result, else WriteByteNonblock result; -1 port closed.
     int SlipSend(const ByteVector& data, bool, bool blocking);
@@ -115,6 +118,7 @@ private:
     std::atomic<int> m_threadStatus;
     std::mutex m_queueMutex;
     std::deque<ByteVector> m_writeQueue;
+    std::atomic<unsigned long long> m_droppedWrites{0};
 
     std::unique_ptr<tarvel::ReadGate> m_readGate;
     std::mutex m_startMutex; // one thread start at a time

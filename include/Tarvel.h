@@ -9,7 +9,9 @@
 #include <cstdio>
 #include <deque>
 #include <fstream>
+#include <functional>
 #include <ios>
+#include <memory>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -21,6 +23,12 @@
 #include "TarvelBase.h"
 #include "TarvelPrinter.h"
 #include "TarvelTypes.h"
+
+namespace tarvel {
+namespace session {
+struct Events;
+} // namespace session
+} // namespace tarvel
 
 class TARVEL_API Tarvel {
 public:
@@ -180,6 +188,62 @@ public:
     int SignalReadValue(unsigned short handler, unsigned int& value, unsigned int* age, bool doRead);
     int SignalReadValue(unsigned short handler, unsigned long long& value, unsigned int* age, bool doRead);
 
+    // --- Reception as events (extensions) --------------------------------------
+    /// A report as the queue, the callback and ReadReport hand it out.
+    using Report = TarvelReport;
+    /// A report callback for any callable; runs on the session's delivery thread.
+    using ReportCallback = std::function<void(const TarvelReport&)>;
+
+    /// Checked form of RequestMessage: refuses (-31, nothing sent, a report on
+    /// the error channel naming both) a request that the device could not tell
+    /// apart from a live one of this session: a shared channel and the same low
+    /// 16 bits with another identifier or format. Also refuses an identifier
+    /// too large for its format (-31). `extended` is sent as the identifier
+    /// flag. Otherwise as RequestMessage: the request key or a negative code.
+    int RequestReport(unsigned char channelMask, unsigned int id, bool extended, bool tailFlag, unsigned char dlc,
+                      bool flag7, bool flag6, const unsigned char* data);
+    /// Capacity of the report queue (default 4096 reports; 0 switches it off
+    /// and empties it). A full queue drops its oldest report and counts it.
+    int SetReportQueue(unsigned int capacity);
+    /// Takes the oldest queued report, waiting up to timeoutMs (0: don't wait).
+    /// 1 with `report` filled; 0 none came in time; -2 the queue is switched
+    /// off; -3 the receiver is not running and the queue is empty.
+    int WaitReport(TarvelReport& report, unsigned int timeoutMs);
+    /// Takes up to maxCount reports at once, waiting up to timeoutMs for the
+    /// first: the number taken (1..maxCount), 0, -2 or -3 as WaitReport.
+    int WaitReports(TarvelReport* reports, unsigned int maxCount, unsigned int timeoutMs);
+    /// Calls `function(report, user)` for every report, in arrival order, on
+    /// the session's delivery thread (null: no callback). The callback may call
+    /// any operation of the session; once SetReportCallback returns, the old
+    /// callback is not running and is not called again (unless it was called
+    /// from inside that callback). Always 0.
+    int SetReportCallback(void (*function)(const TarvelReport* report, void* user), void* user);
+    /// The same for any callable (an empty one removes the callback).
+    int SetReportCallback(ReportCallback callback);
+    /// The latest report of a request (as ReadAsyncMessage finds it), with its
+    /// full identifier, microsecond time and data: 0; -1 none yet.
+    int ReadReport(int requestKey, TarvelReport& report);
+    /// What the session has counted (see TarvelStatistics).
+    TarvelStatistics GetStatistics();
+    void ResetStatistics();
+    /// Words for a result code. `operation`: the name of the member that
+    /// returned it ("Connect", "ReadEeprom", "SignalReadValue", ...), since
+    /// some codes mean different things to different operations; null or an
+    /// unknown name gives the common meaning. The text stays valid until the
+    /// next call on the same thread.
+    static const char* ResultText(int code, const char* operation = nullptr);
+    /// The library's version, "major.minor.patch".
+    static const char* LibraryVersion();
+
+    // --- Waits a slow or noisy device must not break (extensions) --------------
+    /// How long GetResponse and GetBytesResponse wait for an answer while the
+    /// receiver runs: default 50 ms; at most 65535. Always 0.
+    int SetAnswerWait(unsigned int ms);
+    /// How the receiver counts its read faults before it ends itself (more than
+    /// 10): `consecutive` false counts every fault of its life (the default),
+    /// true only faults in a row (a good frame starts the count again). Always 0.
+    int SetReceiverErrorCounting(bool consecutive);
+
 private:
     friend struct TarvelTestAccess; // white-box tests only
 
@@ -198,11 +262,14 @@ private:
     // The same, tracked, with the answer's bytes (_awaitBytes(answer, false)).
     int _exchangeBytes(CMD cmd, const ByteVector& payload, ByteVector& answer);
     int _readAnswerDirect(RecvMessage& message, int slipMode, bool quiet, bool& hardwareError);
+    int _readSyncAnswer(RecvMessage& message, bool quiet);
     int _failedAnswer(unsigned char responseId);
     int _reboot(unsigned char mode);
     int _restart(unsigned char mode); // reboot command, then the host state goes
     int _ping();
     int _switchMessage(CMD cmd, unsigned short handler, bool enabled, const char* notFoundReport);
+    int _request(unsigned char channelMask, unsigned int id, bool tailFlag, bool idFlag, unsigned char dlc, bool flag7,
+                 bool flag6, const unsigned char* data);
     void _clearHostState();
 
     // The receiver thread and the buffers it fills.
@@ -213,6 +280,11 @@ private:
     // when the receiver has to end (too many faults).
     bool _receiveOne();
     void _receiverStateChanged(bool running, bool ended);
+    // A read of one frame, and its check as a packet, with the statistics.
+    int _readFrame(ByteVector& buffer, int slipMode, const std::atomic<bool>* keepReading, uint64_t* timeUs = nullptr);
+    int _parseFrame(const ByteVector& buffer, RecvMessage& message, int quietLevel);
+    // Files a report in the async map, the queue and for the callback.
+    void _fileReport(const RecvMessage& message, uint64_t timeUs);
     // The checks both SignalReadValue widths share: 0 with the latest report
     // and the registration (and *age set), or the read's result code.
     int _locateSignal(unsigned short handler, bool doRead, RecvAsyncMessage& report, SignalRequest& entry,
@@ -243,6 +315,11 @@ private:
     bool m_receiverEnded; // the loop has returned (guarded by m_receiverStateMutex)
     int m_receiveErrors;  // the receiver's fault counters, per thread
     int m_invalidUntraced;
+    bool m_badChannelReported; // the receiver said once that it drops such reports
+
+    std::unique_ptr<tarvel::session::Events> m_events;
+    std::atomic<unsigned int> m_answerWaitMs;
+    std::atomic<bool> m_countConsecutiveErrors;
 };
 
 #endif

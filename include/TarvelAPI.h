@@ -14,6 +14,12 @@
  * a failed wait c becomes c - 10 (-14: no valid answer, -15: no answer in
  * time with the receiver running), a device answer of 0xFFFF becomes -21.
  *
+ * Every entry point that takes a session refuses a null handle, and a null
+ * pointer it can't do without, with TARVEL_ERROR_NULL_POINTER (-9998) and a
+ * message, before anything else (void ones just return); DeleteTarvel takes
+ * null as "nothing to do", and the pointers the operations accept as null
+ * (data blocks, the time of GetTimeTarvel, ...) keep their meaning.
+ *
  * The C entry points never let a C++ exception escape (except NewTarvel,
  * which raises the allocation failure or the constructor's error): an entry
  * point that returns int returns TARVEL_ERROR_EXCEPTION when the operation
@@ -141,6 +147,61 @@ TARVEL_API int TARVEL_CALL ClearPrintFileTarvel(Tarvel* tarvel, FILE* file, LOG_
 #endif
 TARVEL_API void TARVEL_CALL PrintfErrTarvel(Tarvel* tarvel, const char* format, ...) TARVEL_PRINTF_CHECK;
 TARVEL_API void TARVEL_CALL PrintfInfTarvel(Tarvel* tarvel, const char* format, ...) TARVEL_PRINTF_CHECK;
+
+/* --- Reception as events --------------------------------------------------
+ * Every report the receiver reads goes, besides the latest-report map, to a
+ * queue in arrival order (default 4096 reports; a full queue drops its oldest
+ * and counts it) and to the report callback, with its full identifier (from
+ * the request that asked for it) and a microsecond time stamp. */
+
+/* Checked RequestMessage: -31 (nothing sent) for an identifier too large for
+ * its format or a request the device could not tell apart from a live one
+ * (shared channel, same low 16 bits, other identifier or format); else as
+ * RequestMessageTarvel, with `extended` as the identifier flag. */
+TARVEL_API int TARVEL_CALL RequestReportTarvel(Tarvel* tarvel, unsigned char channelMask, unsigned int id,
+                                               bool extended, bool tailFlag, unsigned char dlc, bool flag7, bool flag6,
+                                               const unsigned char* data);
+/* Queue capacity in reports; 0 switches the queue off. 0. */
+TARVEL_API int TARVEL_CALL SetReportQueueTarvel(Tarvel* tarvel, unsigned int capacity);
+/* The oldest report, waiting up to timeoutMs (0: no wait): 1 with *report
+ * filled; 0 none in time; -2 queue off; -3 receiver not running and queue empty. */
+TARVEL_API int TARVEL_CALL WaitReportTarvel(Tarvel* tarvel, TarvelReport* report, unsigned int timeoutMs);
+/* Up to maxCount reports at once: the number taken, 0, -2 or -3. */
+TARVEL_API int TARVEL_CALL WaitReportsTarvel(Tarvel* tarvel, TarvelReport* reports, unsigned int maxCount,
+                                             unsigned int timeoutMs);
+/* function(report, user) for every report, in order, on the session's delivery
+ * thread; null removes it. When this returns, the old callback is not running
+ * (unless called from inside it). The callback may call any entry point of the
+ * session but DeleteTarvel. 0. */
+TARVEL_API int TARVEL_CALL SetReportCallbackTarvel(Tarvel* tarvel, void (*function)(const TarvelReport*, void*),
+                                                   void* user);
+/* The latest report of a request key, with its data: 0; -1 none yet. */
+TARVEL_API int TARVEL_CALL ReadReportTarvel(Tarvel* tarvel, int requestKey, TarvelReport* report);
+/* The session's counters (TarvelStatistics): 0. */
+TARVEL_API int TARVEL_CALL GetStatisticsTarvel(Tarvel* tarvel, TarvelStatistics* statistics);
+TARVEL_API int TARVEL_CALL ResetStatisticsTarvel(Tarvel* tarvel);
+
+/* Words for a result code; with the name of the operation that returned it
+ * ("ReadEeprom", "ReadEepromTarvel", ...) where a code means different things
+ * to different operations. Valid until the next call on the same thread. */
+TARVEL_API const char* TARVEL_CALL ResultTextTarvel(int code);
+TARVEL_API const char* TARVEL_CALL OperationResultTextTarvel(const char* operation, int code);
+/* "major.minor.patch". */
+TARVEL_API const char* TARVEL_CALL LibraryVersionTarvel(void);
+
+/* Operations that had no C form: Ping (status, or -21 / c-10), GatewayID,
+ * the port's time-outs in milliseconds. */
+TARVEL_API int TARVEL_CALL PingTarvel(Tarvel* tarvel);
+TARVEL_API int TARVEL_CALL GatewayIDTarvel(Tarvel* tarvel, unsigned char target, unsigned int id);
+TARVEL_API int TARVEL_CALL SetTimeoutTarvel(Tarvel* tarvel, unsigned int readTimeout, unsigned int writeTimeout);
+TARVEL_API int TARVEL_CALL GetTimeoutTarvel(Tarvel* tarvel, unsigned int* readTimeout, unsigned int* writeTimeout);
+
+/* Waits that a slow or noisy device must not break. How long an answer is
+ * awaited while the receiver runs (default 50 ms, at most 65535); and whether
+ * the receiver counts only read faults in a row before it ends itself (more
+ * than 10; default: all faults of its life). Both 0. */
+TARVEL_API int TARVEL_CALL SetAnswerWaitTarvel(Tarvel* tarvel, unsigned int ms);
+TARVEL_API int TARVEL_CALL SetReceiverErrorCountingTarvel(Tarvel* tarvel, bool consecutive);
 
 #ifdef __cplusplus
 } /* extern "C" */

@@ -36,6 +36,9 @@
 
 /* Result of an int entry point whose operation ended in a C++ exception. */
 #define TARVEL_ERROR_EXCEPTION (-9999)
+/* Result of an int entry point given a null session handle, or a null
+ * pointer where it needs one; nothing else is done. */
+#define TARVEL_ERROR_NULL_POINTER (-9998)
 
 /* Archetype for format checks of the printf-like operations: the library
  * formats with C99 conversions (%zu, %lld), on MinGW through its own printf
@@ -110,6 +113,47 @@ typedef struct TarvelAsyncMessage {
 } TarvelAsyncMessage;
 #pragma pack(pop)
 
+/* One received CAN report, as the report queue, the report callback and
+ * ReadReport hand it out (C and C++ alike). */
+typedef struct TarvelReport {
+    uint64_t timeUs;    /* microseconds since the Unix epoch, taken when the frame was read */
+    uint32_t id;        /* the full CAN identifier (only the low 16 bits when requestKey is 0) */
+    int32_t requestKey; /* key of the request of this session it answers; 0: none known */
+    uint16_t handler;   /* the report's handler field: the low 16 bits of the identifier */
+    uint8_t channel;    /* CAN channel 0..3 */
+    uint8_t extended;   /* 1: 29-bit identifier, 0: 11-bit */
+    uint8_t dlc;        /* data length code 0..15 */
+    uint8_t length;     /* data bytes 0..64 (CAN FD length of dlc) */
+    uint8_t flag7;      /* the report's flag bits 7..4, each 0 or 1 */
+    uint8_t flag6;
+    uint8_t flag5;
+    uint8_t flag4;
+    uint8_t reserved[6]; /* zero */
+    uint8_t data[64];    /* length bytes are valid */
+} TarvelReport;
+
+/* What a session has counted since it was made or ResetStatistics. */
+typedef struct TarvelStatistics {
+    uint64_t framesSent;        /* command packets handed to the port */
+    uint64_t bytesSent;         /* their bytes (packets, before SLIP framing) */
+    uint64_t framesReceived;    /* frames read from the line */
+    uint64_t bytesReceived;     /* their bytes (decoded) */
+    uint64_t rejectedSlip;      /* frames refused by the SLIP decoder (too long, bad escape, cut off) */
+    uint64_t rejectedLength;    /* packets with a wrong length byte */
+    uint64_t rejectedChecksum;  /* packets with a wrong sum16 */
+    uint64_t commandFailed;     /* COMMAND_FAILED answers */
+    uint64_t packetError;       /* PACKET_ERROR answers */
+    uint64_t slipProtoError;    /* SLIP_PROTO_ERROR answers */
+    uint64_t hardwareError;     /* TARVEL_HW_ERROR packets */
+    uint64_t exchangesTimedOut; /* waits for an answer that ended without one */
+    uint64_t reportsReceived;   /* reports filed (map, queue, callback) */
+    uint64_t reportsDropped;    /* reports lost to a full report queue or callback backlog */
+    uint64_t reportsBadChannel; /* reports dropped for a channel above 3 */
+    uint64_t writesDropped;     /* frames lost to a full write queue */
+    uint64_t receiverEnded;     /* times the receiver thread ended itself after too many faults */
+    uint64_t lastReceivedUs;    /* time of the last frame read, microseconds since the Unix epoch (0: none) */
+} TarvelStatistics;
+
 /* The layout C callers rely on, checked wherever the header is compiled. */
 #if defined(__cplusplus)
 #define TARVEL_LAYOUT_CHECK(cond, what) static_assert(cond, what)
@@ -124,6 +168,19 @@ TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, dlc) == 7, "dlc at 7");
 TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, flag7) == 8, "flag7 at 8");
 TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, flag4) == 11, "flag4 at 11");
 TARVEL_LAYOUT_CHECK(offsetof(TarvelAsyncMessage, timestamp) == 12, "timestamp at 12");
+TARVEL_LAYOUT_CHECK(sizeof(TarvelReport) == 96, "TarvelReport is 96 bytes");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelReport, id) == 8, "id at 8");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelReport, requestKey) == 12, "requestKey at 12");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelReport, handler) == 16, "handler at 16");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelReport, channel) == 18, "channel at 18");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelReport, extended) == 19, "extended at 19");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelReport, dlc) == 20, "dlc at 20");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelReport, length) == 21, "length at 21");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelReport, flag7) == 22, "flag7 at 22");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelReport, flag4) == 25, "flag4 at 25");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelReport, data) == 32, "data at 32");
+TARVEL_LAYOUT_CHECK(sizeof(TarvelStatistics) == 18 * 8, "TarvelStatistics is 18 counters");
+TARVEL_LAYOUT_CHECK(offsetof(TarvelStatistics, lastReceivedUs) == 17 * 8, "lastReceivedUs last");
 #undef TARVEL_LAYOUT_CHECK
 #endif
 

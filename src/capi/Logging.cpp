@@ -5,45 +5,57 @@
 #include "Guard.h"
 #include "Tarvel.h"
 
-using tarvel::capi::guarded;
-using tarvel::capi::guardedVoid;
+using tarvel::capi::onSession;
+using tarvel::capi::onSessionVoid;
 
 extern "C" {
 
 TARVEL_API void TARVEL_CALL DebugCommTarvel(Tarvel* tarvel, const char* fileName) {
     // A fresh trace each time the file is opened.
     const int mode = static_cast<int>(std::ios_base::out | std::ios_base::trunc);
-    guardedVoid([&] { tarvel->DebugComm(fileName, mode); });
+    onSessionVoid(tarvel, __func__, [&] { tarvel->DebugComm(fileName, mode); });
 }
 
 TARVEL_API int TARVEL_CALL SetPrintFunctionTarvel(Tarvel* tarvel, void (*func)(const char*), LOG_LEVELS_TARVEL level) {
-    return guarded([&] { return tarvel->SetPrintStream(func, level); });
+    return onSession(tarvel, __func__, [&](const char* entryPoint) {
+        if (tarvel::capi::nullArgument(tarvel, func == nullptr, entryPoint, "func")) return TARVEL_ERROR_NULL_POINTER;
+        return tarvel->SetPrintStream(func, level);
+    });
 }
 
 TARVEL_API int TARVEL_CALL ClearPrintFunctionTarvel(Tarvel* tarvel, void (*func)(const char*),
                                                     LOG_LEVELS_TARVEL level) {
-    return guarded([&] { return tarvel->ClearPrintStream(func, level); });
+    return onSession(tarvel, __func__, [&] { return tarvel->ClearPrintStream(func, level); });
 }
 
 TARVEL_API int TARVEL_CALL SetPrintFileTarvel(Tarvel* tarvel, FILE* file, LOG_LEVELS_TARVEL level) {
-    return guarded([&] { return tarvel->SetPrintStream(file, level); });
+    return onSession(tarvel, __func__, [&](const char* entryPoint) {
+        if (tarvel::capi::nullArgument(tarvel, file == nullptr, entryPoint, "file")) return TARVEL_ERROR_NULL_POINTER;
+        return tarvel->SetPrintStream(file, level);
+    });
 }
 
 TARVEL_API int TARVEL_CALL ClearPrintFileTarvel(Tarvel* tarvel, FILE* file, LOG_LEVELS_TARVEL level) {
-    return guarded([&] { return tarvel->ClearPrintStream(file, level); });
+    return onSession(tarvel, __func__, [&] { return tarvel->ClearPrintStream(file, level); });
 }
 
 TARVEL_API void TARVEL_CALL PrintfErrTarvel(Tarvel* tarvel, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    guardedVoid([&] { tarvel->vPrintf_err(format, args); });
+    onSessionVoid(tarvel, __func__, [&](const char* entryPoint) {
+        if (!tarvel::capi::nullArgument(tarvel, format == nullptr, entryPoint, "format"))
+            tarvel->vPrintf_err(format, args);
+    });
     va_end(args);
 }
 
 TARVEL_API void TARVEL_CALL PrintfInfTarvel(Tarvel* tarvel, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    guardedVoid([&] { tarvel->vPrintf_inf(format, args); });
+    onSessionVoid(tarvel, __func__, [&](const char* entryPoint) {
+        if (!tarvel::capi::nullArgument(tarvel, format == nullptr, entryPoint, "format"))
+            tarvel->vPrintf_inf(format, args);
+    });
     va_end(args);
 }
 

@@ -6,13 +6,14 @@
 #include "Guard.h"
 #include "Tarvel.h"
 
-using tarvel::capi::guarded;
+using tarvel::capi::onSession;
 
 extern "C" {
 
 TARVEL_API int TARVEL_CALL ReadAsyncMsgTarvel(Tarvel* tarvel, int requestKey, TarvelAsyncMessage* msg,
                                               unsigned char* data, unsigned char maxLen) {
-    return guarded([&] {
+    return onSession(tarvel, __func__, [&](const char* entryPoint) {
+        if (tarvel::capi::nullArgument(tarvel, msg == nullptr, entryPoint, "msg")) return TARVEL_ERROR_NULL_POINTER;
         const RecvAsyncMessage m = tarvel->ReadAsyncMessage(requestKey);
         if (m.key == 0) return -1; // no report: the caller's buffers stay as they were
         msg->key = m.key;
@@ -34,37 +35,39 @@ TARVEL_API int TARVEL_CALL ReadAsyncMsgTarvel(Tarvel* tarvel, int requestKey, Ta
 TARVEL_API int TARVEL_CALL RequestMessageTarvel(Tarvel* tarvel, unsigned char channelMask, unsigned int id,
                                                 bool tailFlag, bool idFlag, unsigned char dlc, bool flag7, bool flag6,
                                                 const unsigned char* data) {
-    return guarded([&] { return tarvel->RequestMessage(channelMask, id, tailFlag, idFlag, dlc, flag7, flag6, data); });
+    return onSession(tarvel, __func__, [&] {
+        return tarvel->RequestMessage(channelMask, id, tailFlag, idFlag, dlc, flag7, flag6, data);
+    });
 }
 
 TARVEL_API int TARVEL_CALL EnableRequestTarvel(Tarvel* tarvel, unsigned short handler) {
-    return guarded([&] { return tarvel->EnableRequest(handler); });
+    return onSession(tarvel, __func__, [&] { return tarvel->EnableRequest(handler); });
 }
 
 TARVEL_API int TARVEL_CALL DisableRequestTarvel(Tarvel* tarvel, unsigned short handler) {
-    return guarded([&] { return tarvel->DisableRequest(handler); });
+    return onSession(tarvel, __func__, [&] { return tarvel->DisableRequest(handler); });
 }
 
 TARVEL_API int TARVEL_CALL RemoveRequestTarvel(Tarvel* tarvel, unsigned short handler) {
-    return guarded([&] { return tarvel->RemoveRequest(handler); });
+    return onSession(tarvel, __func__, [&] { return tarvel->RemoveRequest(handler); });
 }
 
 TARVEL_API int TARVEL_CALL RequestSignalTarvel(Tarvel* tarvel, int requestKey, unsigned short StartSymbol,
                                                unsigned short StopSymbol) {
-    return guarded([&] { return tarvel->RequestSignal(requestKey, StartSymbol, StopSymbol); });
+    return onSession(tarvel, __func__, [&] { return tarvel->RequestSignal(requestKey, StartSymbol, StopSymbol); });
 }
 
 // A null value is refused here, before any check of the member and without a message.
 TARVEL_API int TARVEL_CALL SignalReadValue32Tarvel(Tarvel* tarvel, unsigned short handler, unsigned int* value,
                                                    unsigned int* age, bool doRead) {
     if (!value) return -5;
-    return guarded([&] { return tarvel->SignalReadValue(handler, *value, age, doRead); });
+    return onSession(tarvel, __func__, [&] { return tarvel->SignalReadValue(handler, *value, age, doRead); });
 }
 
 TARVEL_API int TARVEL_CALL SignalReadValue64Tarvel(Tarvel* tarvel, unsigned short handler, unsigned long long* value,
                                                    unsigned int* age, bool doRead) {
     if (!value) return -5;
-    return guarded([&] { return tarvel->SignalReadValue(handler, *value, age, doRead); });
+    return onSession(tarvel, __func__, [&] { return tarvel->SignalReadValue(handler, *value, age, doRead); });
 }
 
 } // extern "C"

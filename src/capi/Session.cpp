@@ -4,8 +4,8 @@
 #include "Guard.h"
 #include "Tarvel.h"
 
-using tarvel::capi::guarded;
-using tarvel::capi::guardedVoid;
+using tarvel::capi::onSession;
+using tarvel::capi::onSessionVoid;
 
 extern "C" {
 
@@ -15,12 +15,13 @@ TARVEL_API Tarvel* TARVEL_CALL NewTarvel(void) {
 }
 
 TARVEL_API void TARVEL_CALL DeleteTarvel(Tarvel* tarvel) {
-    guardedVoid([&] { delete tarvel; });
+    // A null handle is allowed here and does nothing.
+    tarvel::capi::guardedVoid([&] { delete tarvel; });
 }
 
 TARVEL_API int TARVEL_CALL ConnectTarvel(Tarvel* tarvel, const char* port, unsigned int readTimeout,
                                          unsigned int writeTimeout) {
-    return guarded([&] {
+    return onSession(tarvel, __func__, [&] {
         // A null name behaves as an empty one: the port cannot be opened.
         const std::string name = port ? std::string(port) : std::string();
         return tarvel->Connect(name, readTimeout, writeTimeout);
@@ -28,19 +29,19 @@ TARVEL_API int TARVEL_CALL ConnectTarvel(Tarvel* tarvel, const char* port, unsig
 }
 
 TARVEL_API int TARVEL_CALL DisconnectTarvel(Tarvel* tarvel) {
-    return guarded([&] { return tarvel->Disconnect(); });
+    return onSession(tarvel, __func__, [&] { return tarvel->Disconnect(); });
 }
 
 TARVEL_API int TARVEL_CALL StartReceiverTarvel(Tarvel* tarvel) {
-    return guarded([&] { return tarvel->StartReceiver(); });
+    return onSession(tarvel, __func__, [&] { return tarvel->StartReceiver(); });
 }
 
 TARVEL_API void TARVEL_CALL StopReceiverTarvel(Tarvel* tarvel) {
-    guardedVoid([&] { tarvel->StopReceiver(); });
+    onSessionVoid(tarvel, __func__, [&] { tarvel->StopReceiver(); });
 }
 
 TARVEL_API int TARVEL_CALL GetInternalThreadStatus(Tarvel* tarvel) {
-    return guarded([&] { return tarvel->GetInternalThreadStatus(); });
+    return onSession(tarvel, __func__, [&] { return tarvel->GetInternalThreadStatus(); });
 }
 
 } // extern "C"

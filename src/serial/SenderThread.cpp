@@ -91,10 +91,12 @@ int SerialPort::_startSenderThread() {
 int SerialPort::_writeBuffer(unsigned char* buf, int n) {
     ByteVector copy(buf, buf + (n > 0 ? n : 0));
     std::lock_guard<std::mutex> lock(m_queueMutex);
-    if (m_writeQueue.size() < kMaxQueuedBuffers)
+    if (m_writeQueue.size() < kMaxQueuedBuffers) {
         m_writeQueue.push_back(std::move(copy));
-    else
+    } else {
         m_writeQueue.back() = std::move(copy);
+        m_droppedWrites.fetch_add(1, std::memory_order_relaxed);
+    }
     return static_cast<int>(m_writeQueue.size());
 }
 
@@ -170,4 +172,8 @@ void SerialPort::_stopSenderThread() {
     if (m_dataReadyEvent != nullptr) event::set(m_dataReadyEvent);
     m_senderThread.join();
     m_threadStatus = STOPPED; // also after a thread that had failed: restartable
+}
+
+unsigned long long SerialPort::GetDroppedWrites() const {
+    return m_droppedWrites.load(std::memory_order_relaxed);
 }

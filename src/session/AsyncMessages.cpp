@@ -1,7 +1,9 @@
 // The async map: the latest report of each requested CAN message.
+#include <algorithm>
 #include <mutex>
 
 #include "Tarvel.h"
+#include "session/Events.h"
 #include "session/SessionUtil.h"
 
 namespace {
@@ -36,6 +38,37 @@ bool buildAsyncMessage(const RecvMessage& message, RecvAsyncMessage& out) {
 
 } // namespace session
 } // namespace tarvel
+
+void Tarvel::_fileReport(const RecvMessage& message, uint64_t timeUs) {
+    RecvAsyncMessage filed;
+    // A report too short for its header or its length is dropped (the trace
+    // already holds it).
+    if (!tarvel::session::buildAsyncMessage(message, filed)) return;
+    TarvelReport report{};
+    report.timeUs = timeUs;
+    report.handler = filed.handler;
+    report.channel = filed.channel;
+    report.dlc = filed.dlc;
+    report.length = static_cast<uint8_t>(filed.data.size());
+    report.flag7 = filed.flag7;
+    report.flag6 = filed.flag6;
+    report.flag5 = filed.flag5;
+    report.flag4 = filed.flag4;
+    std::copy(filed.data.begin(), filed.data.end(), report.data);
+    tarvel::session::Events& events = *m_events;
+    {
+        std::lock_guard<std::mutex> lock(m_asyncMutex);
+        // The report carries only the low 16 bits; the request knows the rest.
+        const tarvel::session::RequestIdentity* request = events.requests.find(filed.channel, filed.handler);
+        report.id = request != nullptr ? request->id : filed.handler;
+        report.extended = request != nullptr && request->extended ? 1 : 0;
+        report.requestKey = request != nullptr ? request->requestKey : 0;
+        events.latest[filed.key] = report;
+    }
+    _writeAsyncMessage(filed);
+    events.stats.reportsReceived.add();
+    events.stats.reportsDropped.add(events.queue.push(report) + events.delivery.deliver(report));
+}
 
 void Tarvel::_writeAsyncMessage(const RecvAsyncMessage& message) {
     std::lock_guard<std::mutex> lock(m_asyncMutex);

@@ -5,6 +5,7 @@
 
 #include "Tarvel.h"
 #include "protocol/RebootMode.h"
+#include "session/Events.h"
 
 namespace {
 
@@ -43,6 +44,7 @@ int Tarvel::Disconnect() {
         std::unique_lock<std::mutex> state(m_receiverStateMutex);
         m_receiverState.wait_for(state, kReceiverEndWait, [this] { return m_receiverEnded; });
     }
+    m_events->queue.wakeAll();
     return result;
 }
 
@@ -59,6 +61,8 @@ void Tarvel::_clearHostState() {
     {
         std::lock_guard<std::mutex> lock(m_asyncMutex);
         m_asyncMessages.clear();
+        m_events->requests.clear();
+        m_events->latest.clear();
     }
     m_txMessages.clear();
     m_signalRequests.assign(1, SignalRequest{0, 0, 0});

@@ -5,6 +5,7 @@
 #include "Tarvel.h"
 #include "protocol/Bytes.h"
 #include "protocol/Packet.h"
+#include "session/Events.h"
 
 namespace {
 
@@ -42,11 +43,18 @@ int Tarvel::_send(CMD cmd, const ByteVector& payload, bool tracked) {
     if (tracked) {
         m_messageId = tarvel::nextMessageId(m_messageId);
         id = m_messageId;
+        // Answers still queued answer earlier commands; one of them could
+        // carry the id that this command takes now.
+        std::lock_guard<std::mutex> lock(m_syncMutex);
+        m_syncBuffer.clear();
     }
     const ByteVector packet = tarvel::buildPacket(id, cmd, payload);
     DataPrint(packet, 1);
     const int sent = m_serialPort.SlipSend(packet, false, false);
-    return sent >= 0 ? 0 : sent;
+    if (sent < 0) return sent;
+    m_events->stats.framesSent.add();
+    m_events->stats.bytesSent.add(packet.size());
+    return 0;
 }
 
 int Tarvel::_exchange(CMD cmd, const ByteVector& payload, bool tracked, bool quiet) {

@@ -1,6 +1,8 @@
 // Construction, copying and destruction of the session.
 #include "Tarvel.h"
 
+#include "session/Events.h"
+
 #include <iostream>
 #include <stdexcept>
 
@@ -8,6 +10,7 @@ namespace {
 
 const unsigned kPrinterChannels = 3;
 const unsigned kPrinterSinksPerChannel = 5;
+const unsigned kDefaultAnswerWaitMs = 50; // 50 polls of the sync buffer, 1 ms apart
 
 // Entry 0 of the signal requests is a placeholder: handles start at 1.
 std::vector<SignalRequest> placeholderRequests() {
@@ -19,7 +22,8 @@ std::vector<SignalRequest> placeholderRequests() {
 Tarvel::Tarvel()
     : m_signalRequests(placeholderRequests()), m_receiverRunning(false), m_signalRequestCount(0), m_messageId(0),
       m_deviceVersion(0xFFFF), m_printer(kPrinterChannels, kPrinterSinksPerChannel), m_receiverStopRequested(false),
-      m_receiverEnded(true), m_receiveErrors(0), m_invalidUntraced(0) {
+      m_receiverEnded(true), m_receiveErrors(0), m_invalidUntraced(0), m_badChannelReported(false),
+      m_events(new tarvel::session::Events), m_answerWaitMs(kDefaultAnswerWaitMs), m_countConsecutiveErrors(false) {
     if (m_printer.SetPrintStream(std::cerr, TARVEL_ERR) != 0 || m_printer.SetPrintStream(std::cout, TARVEL_INF) != 0) {
         throw std::invalid_argument("Tarvel::Tarvel: Printer's invalid argument!");
     }
@@ -30,7 +34,8 @@ Tarvel::Tarvel()
 Tarvel::Tarvel(const Tarvel& other)
     : m_signalRequests(placeholderRequests()), m_receiverRunning(false), m_signalRequestCount(0), m_messageId(0),
       m_deviceVersion(0xFFFF), m_printer(other.m_printer), m_receiverStopRequested(false), m_receiverEnded(true),
-      m_receiveErrors(0), m_invalidUntraced(0) {}
+      m_receiveErrors(0), m_invalidUntraced(0), m_badChannelReported(false), m_events(new tarvel::session::Events),
+      m_answerWaitMs(kDefaultAnswerWaitMs), m_countConsecutiveErrors(false) {}
 
 // Only the sinks are taken over; port, connection, tables and receiver stay.
 Tarvel& Tarvel::operator=(const Tarvel& other) {
@@ -45,6 +50,8 @@ Tarvel& Tarvel::operator=(const Tarvel& other) {
 }
 
 Tarvel::~Tarvel() {
+    // The callback may be using the session: let it finish, and call it no more.
+    m_events->delivery.set(nullptr);
     StopReceiver();
     if (m_serialPort.IsActive()) {
         m_serialPort.Disconnect();

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "Tarvel.h"
+#include "session/Events.h"
 #include "session/SessionUtil.h"
 
 namespace {
@@ -12,6 +13,7 @@ namespace {
 const std::chrono::milliseconds kStartWait(1000); // as long as 1000 polls 1 ms apart
 const int kMaxReceiveErrors = 10;
 const int kMaxInvalidUntraced = 20;
+const unsigned kChannels = 4; // a report's channel is 0..3
 
 } // namespace
 
@@ -49,6 +51,7 @@ void Tarvel::StopReceiver() {
         m_serialPort.InterruptRead();
         m_receiverThread.join();
     }
+    m_events->queue.wakeAll();
 }
 
 void Tarvel::_receiverStateChanged(bool running, bool ended) {
@@ -66,22 +69,35 @@ void Tarvel::_receiverLoop() {
     if (!m_receiverStopRequested) m_serialPort.Flush();
     m_receiveErrors = 0;
     m_invalidUntraced = 0;
+    m_badChannelReported = false;
     if (!m_receiverStopRequested) {
         _receiverStateChanged(true, false);
         // A stop that came while the flag went up.
         if (m_receiverStopRequested) m_receiverRunning.exchange(false);
-        while (m_receiverRunning.load() && _receiveOne()) {
+        while (m_receiverRunning.load()) {
+            if (!_receiveOne()) {
+                std::fprintf(stderr,
+                             "Tarvel::Receiver: Too many faults (%d read errors, %d invalid untraced "
+                             "answers); the receiver ends.\n",
+                             m_receiveErrors, m_invalidUntraced);
+                m_events->stats.receiverEnded.add();
+                break;
+            }
         }
     }
     _receiverStateChanged(false, true);
+    m_events->queue.wakeAll(); // waiters learn that no more reports will come
 }
 
 bool Tarvel::_receiveOne() {
     ByteVector buffer;
-    const int received = m_serialPort.SlipReceive(buffer, m_kBufferSize, 2, m_receiverRunning);
+    uint64_t timeUs = 0;
+    const int received = _readFrame(buffer, 2, &m_receiverRunning, &timeUs);
     if (received < 0) return ++m_receiveErrors <= kMaxReceiveErrors;
+    if (received > 0 && m_countConsecutiveErrors) m_receiveErrors = 0;
     RecvMessage message;
-    if (received == 0 || ParseMessage(buffer, message, 2) != 0) return true;
+    if (received == 0 || _parseFrame(buffer, message, 2) != 0) return true;
+    m_events->stats.countErrorAnswer(message.responseId);
 
     switch (message.responseId) {
     case OK:
@@ -103,13 +119,18 @@ bool Tarvel::_receiveOne() {
     case PACKET_ERROR: std::fprintf(stderr, "TarvelAPI::Receive: PACKET_ERROR! MID: %d\n", message.messageId); break;
     case SLIP_PROTO_ERROR: std::fprintf(stderr, "TarvelAPI::Receive: SLIP_PROTO_ERROR! %d\n", message.messageId); break;
     case TARVEL_HW_ERROR: std::fprintf(stderr, "TarvelAPI::Receive: TARVEL_HW_ERROR! %d\n", message.messageId); break;
-    case ASYNC_MESSAGE: {
-        RecvAsyncMessage report;
-        // A report too short for its header or its length is dropped (the
-        // trace already holds it).
-        if (tarvel::session::buildAsyncMessage(message, report)) _writeAsyncMessage(report);
+    case ASYNC_MESSAGE:
+        if (message.messageId >= kChannels) {
+            // Nobody could read such a report back: keeping it would only grow the map.
+            m_events->stats.reportsBadChannel.add();
+            if (!m_badChannelReported)
+                std::fprintf(stderr, "Tarvel::Receiver: Dropping reports on channel %d: channels are 0 to 3.\n",
+                             message.messageId);
+            m_badChannelReported = true;
+            break;
+        }
+        _fileReport(message, timeUs);
         break;
-    }
     case DATA_RESPONSE_A:
     case DATA_RESPONSE_B:
         // Answers with data (GET_TIME, READ_EEPROM) wait like OK answers.

@@ -1,9 +1,12 @@
 // Waiting for the answer to the last tracked command: from the sync buffer
 // while the receiver runs, else by reading the line directly.
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <mutex>
 
 #include "Tarvel.h"
+#include "session/Events.h"
 #include "session/SessionUtil.h"
 
 namespace tarvel {
@@ -30,26 +33,61 @@ const int kHardwareErrorSeen = 0x10000;
 } // namespace
 
 // Reads frames until the answer carrying the current message id arrives.
-// 0 with the answer in `message`; -4 when a read yields no frame.
+// 0 with the answer in `message`; -4 when a read yields no frame, or when
+// frames that are not the answer have kept coming for a read time-out.
 int Tarvel::_readAnswerDirect(RecvMessage& message, int slipMode, bool quiet, bool& hardwareError) {
+    using Clock = std::chrono::steady_clock;
+    unsigned int readTimeout = 0, writeTimeout = 0;
+    m_serialPort.GetTimeout(readTimeout, writeTimeout);
+    const bool bounded = readTimeout != 0xFFFFFFFFu;
+    const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(std::max(readTimeout, 1u));
     hardwareError = false;
     for (;;) {
         ByteVector buffer;
-        m_serialPort.SlipReceive(buffer, m_kBufferSize, slipMode);
-        const int parsed = ParseMessage(buffer, message, quiet ? 2 : 0);
-        if (parsed == -4) {
+        _readFrame(buffer, slipMode, nullptr);
+        const int parsed = _parseFrame(buffer, message, quiet ? 2 : 0);
+        if (parsed == 0) {
+            m_events->stats.countErrorAnswer(message.responseId);
+            // A report's message id is its channel: it answers nothing.
+            const unsigned char id = message.responseId == ASYNC_MESSAGE ? 0 : message.messageId;
+            if (message.responseId == TARVEL_HW_ERROR) {
+                if (!quiet) Printf_err("TarvelAPI::GetResponse: TARVEL_HW_ERROR!\n");
+                hardwareError = true;
+            }
+            if (id == m_messageId) return 0;
+        }
+        // A device that keeps talking without answering holds the caller no
+        // longer than a silent one.
+        if (parsed == -4 || (bounded && Clock::now() >= deadline)) {
+            m_events->stats.exchangesTimedOut.add();
             if (!quiet) Printf_err("Tarvel::GetResponse: No valid answer for specified message.\n");
             return -4;
         }
-        if (parsed != 0) continue;
-        // A report's message id is its channel: it answers nothing.
-        const unsigned char id = message.responseId == ASYNC_MESSAGE ? 0 : message.messageId;
-        if (message.responseId == TARVEL_HW_ERROR) {
-            if (!quiet) Printf_err("TarvelAPI::GetResponse: TARVEL_HW_ERROR!\n");
-            hardwareError = true;
-        }
-        if (id == m_messageId) return 0;
     }
+}
+
+int Tarvel::_readFrame(ByteVector& buffer, int slipMode, const std::atomic<bool>* keepReading, uint64_t* timeUs) {
+    const int received = keepReading != nullptr
+                             ? m_serialPort.SlipReceive(buffer, m_kBufferSize, slipMode, *keepReading)
+                             : m_serialPort.SlipReceive(buffer, m_kBufferSize, slipMode);
+    tarvel::session::Statistics& stats = m_events->stats;
+    if (received > 0) {
+        const uint64_t now = tarvel::session::wallClockUs();
+        if (timeUs != nullptr) *timeUs = now;
+        stats.framesReceived.add();
+        stats.bytesReceived.add(static_cast<uint64_t>(received));
+        stats.lastReceivedUs.set(now);
+    } else if (received == -2 || received == -3) {
+        stats.rejectedSlip.add();
+    }
+    return received;
+}
+
+int Tarvel::_parseFrame(const ByteVector& buffer, RecvMessage& message, int quietLevel) {
+    const int parsed = ParseMessage(buffer, message, quietLevel);
+    if (parsed == -1) m_events->stats.rejectedLength.add();
+    if (parsed == -2) m_events->stats.rejectedChecksum.add();
+    return parsed;
 }
 
 // An error answer, or one the exchange does not know: reported whatever the
@@ -62,6 +100,13 @@ int Tarvel::_failedAnswer(unsigned char responseId) {
     default: Printf_err("TarvelAPI::GetResponse: Unknown response ID: 0x%2.2X!\n", responseId); break;
     }
     return -4;
+}
+
+int Tarvel::_readSyncAnswer(RecvMessage& message, bool quiet) {
+    const unsigned int wait = std::min(m_answerWaitMs.load(), 0xFFFFu);
+    const int found = ReadSyncMessage(m_messageId, message, static_cast<unsigned short>(wait), quiet);
+    if (found != 0) m_events->stats.exchangesTimedOut.add();
+    return found;
 }
 
 int Tarvel::GetResponse(bool quiet) {
@@ -77,7 +122,7 @@ int Tarvel::GetBytesResponse(ByteVector& data, bool quiet) {
 int Tarvel::_awaitAnswer(bool quiet) {
     RecvMessage message;
     if (m_receiverRunning.load()) {
-        if (ReadSyncMessage(m_messageId, message, tarvel::session::kSyncPolls, quiet) != 0) return -5;
+        if (_readSyncAnswer(message, quiet) != 0) return -5;
         return static_cast<int>(tarvel::session::answerValue(message.data));
     }
 
@@ -91,7 +136,7 @@ int Tarvel::_awaitAnswer(bool quiet) {
 int Tarvel::_awaitBytes(ByteVector& data, bool quiet) {
     RecvMessage message;
     if (m_receiverRunning.load()) {
-        if (ReadSyncMessage(m_messageId, message, tarvel::session::kSyncPolls, quiet) != 0) return -5;
+        if (_readSyncAnswer(message, quiet) != 0) return -5;
         data = std::move(message.data);
         return 0;
     }

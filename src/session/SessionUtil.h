@@ -7,9 +7,6 @@
 namespace tarvel {
 namespace session {
 
-// Waits for an answer in the sync buffer, and the receiver's answer-wait bound.
-constexpr unsigned short kSyncPolls = 50;
-
 // The answer value: data as a big-endian number of at most 2 bytes (empty is
 // 0). Longer data can't be a 16-bit answer: reported on stderr, taken as 0.
 unsigned answerValue(const ByteVector& data);

@@ -5,9 +5,15 @@
 
 #include "Tarvel.h"
 
+namespace {
+// Answers nobody waits for (a device answering unasked) must not pile up.
+const std::size_t kMaxQueuedAnswers = 256;
+} // namespace
+
 void Tarvel::_writeSyncBuffer(const RecvMessage& message) {
     {
         std::lock_guard<std::mutex> lock(m_syncMutex);
+        if (m_syncBuffer.size() >= kMaxQueuedAnswers) m_syncBuffer.pop_front();
         m_syncBuffer.push_back(message);
     }
     m_syncArrived.notify_all();

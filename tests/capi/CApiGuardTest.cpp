@@ -1,8 +1,14 @@
-// The C entry points keep C++ exceptions from reaching C callers.
+// The C entry points keep C++ exceptions from reaching C callers, and refuse
+// null handles and pointers before anything else.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include "CaptureStderr.h"
 #include "TarvelAPI.h"
 
 namespace {
@@ -27,5 +33,128 @@ TEST(CApiGuard, ExceptionFromTheSessionBecomesAResultCode) {
     // Once the sink is gone the same call reports normally.
     EXPECT_EQ(0, ClearPrintFunctionTarvel(t, throwingSink, ERR));
     EXPECT_EQ(-21, AddMessageTarvel(t, &msg, data));
+    DeleteTarvel(t);
+}
+
+// Every entry point that takes a session refuses a null handle before doing
+// anything, with one code and a message; void ones just return.
+TEST(CApiGuard, ANullSessionHandleIsRefusedEverywhere) {
+    unsigned char byte = 0;
+    unsigned int u = 0;
+    unsigned long long ull = 0;
+    long long ll = 0;
+    tagCanMessage msg{};
+    TarvelAsyncMessage am{};
+    TarvelReport report{};
+    TarvelStatistics stats{};
+    Tarvel* const none = nullptr;
+    const std::vector<std::pair<const char*, std::function<int()>>> calls = {
+        {"ConnectTarvel", [&] { return ConnectTarvel(none, "x", 1, 1); }},
+        {"DisconnectTarvel", [&] { return DisconnectTarvel(none); }},
+        {"StartReceiverTarvel", [&] { return StartReceiverTarvel(none); }},
+        {"GetInternalThreadStatus", [&] { return GetInternalThreadStatus(none); }},
+        {"ReadAsyncMsgTarvel", [&] { return ReadAsyncMsgTarvel(none, 0x10123, &am, &byte, 1); }},
+        {"ResetTarvel", [&] { return ResetTarvel(none); }},
+        {"RebootTarvel", [&] { return RebootTarvel(none, false); }},
+        {"BootloaderTarvel", [&] { return BootloaderTarvel(none); }},
+        {"GetVersionTarvel", [&] { return GetVersionTarvel(none); }},
+        {"GetTimeTarvel", [&] { return GetTimeTarvel(none, &ll); }},
+        {"SetTimeTarvel", [&] { return SetTimeTarvel(none, 1); }},
+        {"ReadEepromTarvel", [&] { return ReadEepromTarvel(none, 30, 1, &byte); }},
+        {"WriteEepromTarvel", [&] { return WriteEepromTarvel(none, 30, 1, &byte); }},
+        {"AddMessageTarvel", [&] { return AddMessageTarvel(none, &msg, nullptr); }},
+        {"RemoveMessageTarvel", [&] { return RemoveMessageTarvel(none, 1); }},
+        {"EnableMessageTarvel", [&] { return EnableMessageTarvel(none, 1); }},
+        {"DisableMessageTarvel", [&] { return DisableMessageTarvel(none, 1); }},
+        {"SetMessageDataTarvel", [&] { return SetMessageDataTarvel(none, 1, nullptr, nullptr, false, true); }},
+        {"GetHandlerTarvel", [&] { return GetHandlerTarvel(none, 0, 0, 1, false, false, false); }},
+        {"AddSignalTarvel", [&] { return AddSignalTarvel(none, 1, 0, 0, 7, 0); }},
+        {"RemoveSignalTarvel", [&] { return RemoveSignalTarvel(none, 1); }},
+        {"SignalChangeValueTarvel", [&] { return SignalChangeValueTarvel(none, 1, 1, false, true); }},
+        {"ChangeSignalSgroupTarvel", [&] { return ChangeSignalSgroupTarvel(none, 1, 1); }},
+        {"ExecuteSignalChangeTarvel", [&] { return ExecuteSignalChangeTarvel(none, true); }},
+        {"SetSignalControlTarvel", [&] { return SetSignalControlTarvel(none, 1, 0, 0, 0, 0); }},
+        {"AddCrcTarvel", [&] { return AddCrcTarvel(none, &byte); }},
+        {"ChangeCrcTarvel", [&] { return ChangeCrcTarvel(none, 1, nullptr); }},
+        {"DisableCrcTarvel", [&] { return DisableCrcTarvel(none, 1); }},
+        {"BlobRemoveTarvel", [&] { return BlobRemoveTarvel(none); }},
+        {"RequestMessageTarvel",
+         [&] { return RequestMessageTarvel(none, 1, 0x123, false, false, 8, false, false, nullptr); }},
+        {"EnableRequestTarvel", [&] { return EnableRequestTarvel(none, 1); }},
+        {"DisableRequestTarvel", [&] { return DisableRequestTarvel(none, 1); }},
+        {"RemoveRequestTarvel", [&] { return RemoveRequestTarvel(none, 1); }},
+        {"RequestSignalTarvel", [&] { return RequestSignalTarvel(none, 0x10123, 0, 7); }},
+        {"SignalReadValue32Tarvel", [&] { return SignalReadValue32Tarvel(none, 1, &u, nullptr, true); }},
+        {"SignalReadValue64Tarvel", [&] { return SignalReadValue64Tarvel(none, 1, &ull, nullptr, true); }},
+        {"SetPrintFunctionTarvel", [&] { return SetPrintFunctionTarvel(none, throwingSink, TARVEL_ERR); }},
+        {"ClearPrintFunctionTarvel", [&] { return ClearPrintFunctionTarvel(none, throwingSink, TARVEL_ERR); }},
+        {"SetPrintFileTarvel", [&] { return SetPrintFileTarvel(none, stderr, TARVEL_ERR); }},
+        {"ClearPrintFileTarvel", [&] { return ClearPrintFileTarvel(none, stderr, TARVEL_ERR); }},
+        {"RequestReportTarvel",
+         [&] { return RequestReportTarvel(none, 1, 0x123, false, false, 8, false, false, nullptr); }},
+        {"SetReportQueueTarvel", [&] { return SetReportQueueTarvel(none, 10); }},
+        {"WaitReportTarvel", [&] { return WaitReportTarvel(none, &report, 0); }},
+        {"WaitReportsTarvel", [&] { return WaitReportsTarvel(none, &report, 1, 0); }},
+        {"SetReportCallbackTarvel", [&] { return SetReportCallbackTarvel(none, nullptr, nullptr); }},
+        {"ReadReportTarvel", [&] { return ReadReportTarvel(none, 0x10123, &report); }},
+        {"GetStatisticsTarvel", [&] { return GetStatisticsTarvel(none, &stats); }},
+        {"ResetStatisticsTarvel", [&] { return ResetStatisticsTarvel(none); }},
+        {"PingTarvel", [&] { return PingTarvel(none); }},
+        {"GatewayIDTarvel", [&] { return GatewayIDTarvel(none, 1, 2); }},
+        {"SetTimeoutTarvel", [&] { return SetTimeoutTarvel(none, 1, 1); }},
+        {"GetTimeoutTarvel", [&] { return GetTimeoutTarvel(none, &u, &u); }},
+        {"SetAnswerWaitTarvel", [&] { return SetAnswerWaitTarvel(none, 100); }},
+        {"SetReceiverErrorCountingTarvel", [&] { return SetReceiverErrorCountingTarvel(none, true); }},
+    };
+    for (const auto& call : calls) {
+        CaptureStderr err;
+        EXPECT_EQ(TARVEL_ERROR_NULL_POINTER, call.second()) << call.first;
+        EXPECT_EQ(std::string(call.first) + ": The session handle is NULL!\n", err.stop()) << call.first;
+    }
+    CaptureStderr err;
+    StopReceiverTarvel(none);
+    DebugCommTarvel(none, "trace.txt");
+    PrintfErrTarvel(none, "%d\n", 1);
+    PrintfInfTarvel(none, "%d\n", 1);
+    DeleteTarvel(none); // the one entry point for which null means "nothing to do"
+    EXPECT_EQ("StopReceiverTarvel: The session handle is NULL!\nDebugCommTarvel: The session handle is NULL!\n"
+              "PrintfErrTarvel: The session handle is NULL!\nPrintfInfTarvel: The session handle is NULL!\n",
+              err.stop());
+}
+
+// Null pointers an entry point can't do without are refused on the session's
+// error channel; the ones an operation accepts keep their meaning.
+TEST(CApiGuard, NullPointersTheEntryPointNeedsAreRefused) {
+    Tarvel* t = NewTarvel();
+    ASSERT_NE(nullptr, t);
+    std::string said;
+    static std::string* sink = nullptr;
+    sink = &said;
+    ClearPrintFunctionTarvel(t, nullptr, TARVEL_ERR);
+    ASSERT_EQ(0, SetPrintFunctionTarvel(
+                     t, [](const char* text) { *sink += text; }, TARVEL_ERR));
+    const unsigned char data[8] = {};
+    TarvelStatistics stats{};
+    unsigned int u = 0;
+    EXPECT_EQ(TARVEL_ERROR_NULL_POINTER, AddMessageTarvel(t, nullptr, data));
+    EXPECT_EQ(TARVEL_ERROR_NULL_POINTER, ReadAsyncMsgTarvel(t, 0x10123, nullptr, nullptr, 0));
+    EXPECT_EQ(TARVEL_ERROR_NULL_POINTER, WaitReportTarvel(t, nullptr, 0));
+    EXPECT_EQ(TARVEL_ERROR_NULL_POINTER, WaitReportsTarvel(t, nullptr, 4, 0));
+    EXPECT_EQ(TARVEL_ERROR_NULL_POINTER, ReadReportTarvel(t, 0x10123, nullptr));
+    EXPECT_EQ(TARVEL_ERROR_NULL_POINTER, GetStatisticsTarvel(t, nullptr));
+    EXPECT_EQ(TARVEL_ERROR_NULL_POINTER, GetTimeoutTarvel(t, &u, nullptr));
+    EXPECT_EQ(TARVEL_ERROR_NULL_POINTER, SetPrintFunctionTarvel(t, nullptr, TARVEL_INF));
+    EXPECT_EQ(TARVEL_ERROR_NULL_POINTER, SetPrintFileTarvel(t, nullptr, TARVEL_INF));
+    PrintfErrTarvel(t, nullptr);
+    EXPECT_EQ("AddMessageTarvel: msg is NULL!\nReadAsyncMsgTarvel: msg is NULL!\nWaitReportTarvel: report is NULL!\n"
+              "WaitReportsTarvel: reports is NULL!\nReadReportTarvel: report is NULL!\n"
+              "GetStatisticsTarvel: statistics is NULL!\nGetTimeoutTarvel: a time-out pointer is NULL!\n"
+              "SetPrintFunctionTarvel: func is NULL!\nSetPrintFileTarvel: file is NULL!\n"
+              "PrintfErrTarvel: format is NULL!\n",
+              said);
+    // Null where the operation gives it a meaning: unchanged results.
+    EXPECT_EQ(-5, SignalReadValue32Tarvel(t, 1, nullptr, nullptr, true));
+    EXPECT_EQ(0, GetStatisticsTarvel(t, &stats));
+    EXPECT_EQ(-1, ConnectTarvel(t, nullptr, 10, 10) < 0 ? -1 : 0) << "a null name is an empty name";
     DeleteTarvel(t);
 }
