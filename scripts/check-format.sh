@@ -3,7 +3,7 @@
 # of it (.clang-format); lists the files. `--fix` formats them in place.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-mapfile -t files < <(git ls-files '*.c' '*.cpp' '*.h')
+mapfile -t files < <(git ls-files --cached --others --exclude-standard '*.c' '*.cpp' '*.h')
 if [ "${1:-}" = --fix ]; then
     clang-format -i "${files[@]}"
     exit 0

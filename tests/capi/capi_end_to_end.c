@@ -6,6 +6,7 @@
  * Exit status 0 when every check held. */
 #define _POSIX_C_SOURCE 200809L
 
+#include <stdatomic.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <string.h>
@@ -150,6 +151,67 @@ static void checkDevice(Tarvel* t) {
     CHECK_EQ(-2, ReadEepromTarvel(t, 40, 4, NULL));
 }
 
+/* Reports handed to the callback, counted on the session's delivery thread. */
+static atomic_int reportsCalled;
+static void onReport(const TarvelReport* report, void* user) {
+    if (report->id == FRAME_ID && user == &reportsCalled) atomic_fetch_add(&reportsCalled, 1);
+}
+
+/* The event entry points, on the frame the launcher keeps injecting. */
+static void checkEvents(Tarvel* t, int key) {
+    TarvelReport report, batch[4];
+    memset(&report, 0, sizeof report);
+    CHECK_EQ(1, WaitReportTarvel(t, &report, 5000));
+    CHECK_EQ(FRAME_ID, report.id);
+    CHECK_EQ(0, report.extended);
+    CHECK_EQ(key, report.requestKey);
+    CHECK_EQ(0, report.channel);
+    CHECK_EQ(9, report.dlc);
+    CHECK_EQ(12, report.length);
+    CHECK_EQ(1, report.flag7);
+    CHECK(memcmp(report.data, kFrameData, 12) == 0);
+    CHECK(report.timeUs > 1600000000ULL * 1000000ULL); /* microseconds since 1970 */
+    CHECK(WaitReportsTarvel(t, batch, 4, 5000) >= 1);
+
+    CHECK_EQ(0, SetReportCallbackTarvel(t, onReport, &reportsCalled));
+    for (int i = 0; i < 1000 && atomic_load(&reportsCalled) < 2; ++i)
+        pauseMs(5);
+    CHECK_EQ(0, SetReportCallbackTarvel(t, NULL, NULL));
+    CHECK(atomic_load(&reportsCalled) >= 2);
+
+    memset(&report, 0, sizeof report);
+    CHECK_EQ(0, ReadReportTarvel(t, key, &report));
+    CHECK_EQ(FRAME_ID, report.id);
+    CHECK_EQ(-1, ReadReportTarvel(t, 0x10000 | 0x999, &report));
+
+    /* The device could not tell this one apart from the live 0x123. */
+    CHECK_EQ(-31, RequestReportTarvel(t, 0x01, 0x18DA0000u | FRAME_ID, true, false, 8, false, false, NULL));
+
+    CHECK_EQ(0, SetReportQueueTarvel(t, 0));
+    CHECK_EQ(-2, WaitReportTarvel(t, &report, 0));
+    CHECK_EQ(0, SetReportQueueTarvel(t, 4096));
+
+    TarvelStatistics stats;
+    memset(&stats, 0, sizeof stats);
+    CHECK_EQ(0, GetStatisticsTarvel(t, &stats));
+    CHECK(stats.reportsReceived >= 3 && stats.framesSent > 0 && stats.lastReceivedUs > 0);
+    CHECK_EQ(0, ResetStatisticsTarvel(t));
+
+    CHECK_EQ(0, PingTarvel(t));
+    CHECK_EQ(0, GatewayIDTarvel(t, 2, 0x80000123u));
+    unsigned int readMs = 0, writeMs = 0;
+    CHECK_EQ(0, SetTimeoutTarvel(t, 900, 800));
+    CHECK_EQ(0, GetTimeoutTarvel(t, &readMs, &writeMs));
+    CHECK(readMs == 900 && writeMs == 800);
+    CHECK_EQ(0, SetAnswerWaitTarvel(t, 200));
+    CHECK_EQ(0, SetReceiverErrorCountingTarvel(t, true));
+
+    CHECK(strcmp(ResultTextTarvel(-14), "no valid answer from the device") == 0);
+    CHECK(strcmp(OperationResultTextTarvel("ReadEepromTarvel", -666),
+                 "the device returned a block of the wrong length") == 0);
+    CHECK(strchr(LibraryVersionTarvel(), '.') != NULL);
+}
+
 static int checkReception(Tarvel* t) {
     TarvelAsyncMessage msg, untouched;
     unsigned char buf[64];
@@ -213,6 +275,8 @@ static int checkReception(Tarvel* t) {
     CHECK(age < 60000);
     CHECK_EQ(0, SignalReadValue64Tarvel(t, (unsigned short)sig64, &v64, NULL, true));
     CHECK(v64 == 0x9887766554433221ULL);
+
+    checkEvents(t, key);
 
     /* The request's handler is the low half of its identifier; the last
      * report stays readable after the request is gone. */

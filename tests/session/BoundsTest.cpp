@@ -1,0 +1,141 @@
+// What a hostile or slow device must not break: bounded waits and buffers,
+// reports on channels that don't exist, a receiver in line noise, a start on a
+// closed port, and a device that reads nothing.
+#include <chrono>
+#include <functional>
+#include <future>
+
+#include "../device/ScriptedAnswers.h"
+#include "CaptureStderr.h"
+#include "Pty.h"
+#include "SimSession.h"
+#include "TarvelTestAccess.h"
+#include "protocol/Packet.h"
+
+using namespace scripted;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+long long msSince(Clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+}
+
+// Runs `call` on another thread; when it has not returned within `limit`,
+// fails the test and lets it return through `unstick`.
+template <class F> auto within(std::chrono::seconds limit, F call, const std::function<void()>& unstick) {
+    auto result = std::async(std::launch::async, call);
+    if (result.wait_for(limit) != std::future_status::ready) {
+        ADD_FAILURE() << "still running after " << limit.count() << " s";
+        unstick();
+    }
+    return result.get();
+}
+
+class Bounds : public SimSession {};
+
+TEST_F(Bounds, ReportsOnChannelsAboveThreeAreDroppedCountedAndReportedOnce) {
+    ASSERT_EQ(0, tarvel.StartReceiver());
+    CaptureStderr stderrText;
+    for (uint8_t channel = 4; channel < 54; ++channel)
+        sim().sendPacket({channel, Tarvel::ASYNC_MESSAGE, {0x01, 0x23, 0x08, 1, 2, 3, 4, 5, 6, 7, 8}});
+    ASSERT_EQ(0, tarvel.Ping());
+    ASSERT_TRUE(eventually([&] { return tarvel.GetStatistics().reportsBadChannel == 50; }));
+    EXPECT_EQ(0u, TarvelTestAccess::asyncMapSize(tarvel));
+    EXPECT_EQ(0u, tarvel.GetStatistics().reportsReceived);
+    const std::string text = stderrText.stop();
+    const std::string said = "Tarvel::Receiver: Dropping reports on channel 4: channels are 0 to 3.\n";
+    EXPECT_EQ(said, text);
+}
+
+TEST_F(Bounds, AStartOnAClosedPortIsRefusedAtOnce) {
+    ASSERT_EQ(0, tarvel.Disconnect());
+    const auto start = Clock::now();
+    EXPECT_EQ(-1, tarvel.StartReceiver());
+    EXPECT_LT(msSince(start), 900) << "no start loop waits for a thread that has already ended";
+    EXPECT_EQ("Tarvel::StartReceiver: The port is not open!\n", err.str());
+    EXPECT_EQ(0, tarvel.GetInternalThreadStatus() & 1);
+}
+
+TEST_F(Bounds, ADeviceThatTalksWithoutAnsweringHoldsADirectWaitForAboutOneReadTimeOut) {
+    ASSERT_EQ(0x10123, tarvel.RequestMessage(0x01, 0x123, false, false, 8, false, false, nullptr));
+    sim().setResponder(ignore(Tarvel::PING));
+    tarvelsim::Faults chatter;
+    chatter.floodPerSecond = 2000;
+    sim().setFaults(chatter);
+    ASSERT_EQ(0, tarvel.SetTimeout(200, 1000));
+    const auto start = Clock::now();
+    EXPECT_EQ(-14, within(
+                       std::chrono::seconds(20), [&] { return tarvel.Ping(); }, [&] { sim().setFaults({}); }));
+    EXPECT_LT(msSince(start), 5000) << "the chatter goes on; the wait does not";
+}
+
+TEST_F(Bounds, QueuedAnswersAreBoundedAndAnOldOneIsNotTakenForTheNewAnswer) {
+    ASSERT_EQ(0, tarvel.StartReceiver());
+    for (int i = 0; i < 1000; ++i)
+        sim().sendPacket({uint8_t(5 + i % 250), Tarvel::OK, {0, 1}});
+    ASSERT_TRUE(eventually([&] { return tarvel.GetStatistics().framesReceived >= 1000; }));
+    EXPECT_LE(TarvelTestAccess::syncBufferSize(tarvel), 256u);
+
+    // An unasked answer that carries the id the next command will take.
+    ASSERT_EQ(0, tarvel.Ping()); // and the queue is empty again
+    const uint8_t next = tarvel::nextMessageId(TarvelTestAccess::messageId(tarvel));
+    sim().sendPacket({next, Tarvel::OK, {0x12, 0x34}});
+    ASSERT_TRUE(eventually([&] { return TarvelTestAccess::syncBufferSize(tarvel) == 1; }));
+    EXPECT_EQ(0, tarvel.Ping()) << "the device's own answer, not the one that was waiting";
+}
+
+TEST_F(Bounds, TheAnswerWaitWithTheReceiverCanBeSetForASlowDevice) {
+    tarvelsim::Faults slow;
+    slow.answerDelayMs = 120;
+    sim().setFaults(slow);
+    EXPECT_EQ(0, tarvel.Ping()) << "reading directly waits a read time-out";
+    ASSERT_EQ(0, tarvel.StartReceiver());
+    EXPECT_EQ(-15, tarvel.Ping()) << "50 ms by default";
+    ASSERT_EQ(0, tarvel.SetAnswerWait(1000));
+    EXPECT_EQ(0, tarvel.Ping());
+}
+
+TEST_F(Bounds, TheReceiverSurvivesNoiseWhenItCountsOnlyFaultsInARow) {
+    const Bytes badEscape = {0xC0, 0xDB, 0x01, 0xC0};
+    for (const bool consecutive : {false, true}) {
+        SCOPED_TRACE(consecutive ? "faults in a row" : "every fault of its life");
+        ASSERT_EQ(0, tarvel.SetReceiverErrorCounting(consecutive));
+        ASSERT_EQ(0, tarvel.StartReceiver());
+        tarvel.ResetStatistics();
+        CaptureStderr stderrText;
+        for (int i = 0; i < 12; ++i) {
+            sim().sendRaw(badEscape);
+            sim().sendPacket({0, Tarvel::OK, {0, 0}}); // a sound frame between the faults
+        }
+        ASSERT_TRUE(eventually([&] {
+            const TarvelStatistics s = tarvel.GetStatistics();
+            return s.rejectedSlip >= (consecutive ? 12u : 11u) && (consecutive || s.receiverEnded == 1);
+        }));
+        const std::string text = stderrText.stop();
+        EXPECT_EQ(!consecutive, text.find("the receiver ends") != std::string::npos) << text;
+        EXPECT_EQ(consecutive, (tarvel.GetInternalThreadStatus() & 1) != 0);
+        tarvel.StopReceiver();
+    }
+}
+
+TEST(BoundsOnALineNobodyReads, FramesLostToAFullWriteQueueAreCounted) {
+    Pty pty; // its master side is never read
+    Tarvel tarvel;
+    tarvel.ClearPrintStream();
+    ASSERT_EQ(-314, tarvel.Connect(pty.slavePath(), 10, 60000)) << "no answer, but the port stays open";
+    const int commands = 80000;
+    for (int i = 0; i < commands; ++i)
+        ASSERT_EQ(0, tarvel.ExecuteSignalChange(false));
+    const TarvelStatistics s = tarvel.GetStatistics();
+    EXPECT_EQ(unsigned(commands + 1), s.framesSent);
+    // The queue holds 65536 frames; the sender has taken what the terminal's
+    // buffer holds, a few thousand.
+    EXPECT_GT(s.writesDropped, 5000u);
+    EXPECT_LE(s.writesDropped, unsigned(commands + 1 - 65536));
+    pty.closeMaster(); // the blocked write fails and the sender can stop
+    EXPECT_EQ(0, within(
+                     std::chrono::seconds(30), [&] { return tarvel.Disconnect(); }, [] {}));
+}
+
+} // namespace
