@@ -54,6 +54,8 @@ public:
 #endif
         ;
     void Write(unsigned level, const char* text);
+    // Whether the channel has any sink: lets callers skip building a text nobody gets.
+    bool HasSinks(unsigned level) const;
 
 private:
     int add(const PrintSink& sink, unsigned level);

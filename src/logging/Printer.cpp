@@ -245,3 +245,8 @@ void Printer::Write(unsigned level, const char* text) {
         }
     }
 }
+
+bool Printer::HasSinks(unsigned level) const {
+    std::lock_guard<std::mutex> guard(m_lock);
+    return level < max_level && !channels[level].empty();
+}

@@ -13,6 +13,7 @@ const char kSeparator[] = "\n---------------------------------------------------
 } // namespace
 
 void Tarvel::DataPrint(const ByteVector& data, int direction) {
+    if (!m_printer.HasSinks(TARVEL_COM)) return; // the usual case: no trace
     // The whole line is built first and written with one call per sink, so
     // lines of the sending and the receiving thread don't mix.
     std::string line = std::to_string(static_cast<uint32_t>(GetTickMs()));
