@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "tarvelsim/Simulator.h"
 #include "tarvelsim/Wire.h"
 
 namespace tarvelsim {

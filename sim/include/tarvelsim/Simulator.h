@@ -10,32 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "tarvelsim/Wire.h"
+
 namespace tarvelsim {
-
-using Bytes = std::vector<uint8_t>;
-
-// A packet the host sent, as the device decoded it.
-struct HostPacket {
-    uint8_t messageId = 0;
-    uint8_t command = 0;
-    Bytes payload;
-    Bytes raw; // the whole packet: length, id, command, payload, sum16
-};
-
-// A packet the device sends (sum16 and length are added when it is sent).
-struct DevicePacket {
-    uint8_t messageId = 0;
-    uint8_t responseId = 0;
-    Bytes data;
-};
-
-// A frame on the virtual CAN bus.
-struct BusFrame {
-    uint8_t channel = 0; // 0..3
-    uint32_t id = 0;
-    uint8_t flags = 0; // flag bits 7..4 as reported to the host
-    Bytes data;        // length must be a CAN FD length
-};
 
 // Faults, set per run or at run time. Counters count answers sent since the
 // fault was set.

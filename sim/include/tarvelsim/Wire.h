@@ -1,6 +1,7 @@
-// The device's own view of the serial line: SLIP framing, packet checksum and
-// the command and response codes. Kept apart from the host library on
-// purpose, so that a fault in one is not mirrored by the other.
+// The device's own view of the serial line: SLIP framing, packet checksum,
+// the command and response codes, the packets in both directions and the
+// frames of the virtual bus. Kept apart from the host library on purpose, so
+// that a fault in one is not mirrored by the other.
 #ifndef TARVELSIM_WIRE_H
 #define TARVELSIM_WIRE_H
 
@@ -59,6 +60,29 @@ constexpr uint8_t ASYNC_MESSAGE = 0x90;
 constexpr uint8_t DATA_RESPONSE_A = 0x91;
 constexpr uint8_t DATA_RESPONSE_B = 0x92;
 } // namespace response
+
+// A packet the host sent, as the device decoded it.
+struct HostPacket {
+    uint8_t messageId = 0;
+    uint8_t command = 0;
+    Bytes payload;
+    Bytes raw; // the whole packet: length, id, command, payload, sum16
+};
+
+// A packet the device sends (sum16 and length are added when it is sent).
+struct DevicePacket {
+    uint8_t messageId = 0;
+    uint8_t responseId = 0;
+    Bytes data;
+};
+
+// A frame on the virtual CAN bus.
+struct BusFrame {
+    uint8_t channel = 0; // 0..3
+    uint32_t id = 0;
+    uint8_t flags = 0; // flag bits 7..4 as reported to the host
+    Bytes data;        // length must be a CAN FD length
+};
 
 // Message id of every command the host sends without waiting for an answer.
 constexpr uint8_t kUntrackedId = 4;
