@@ -127,6 +127,7 @@ void DeviceModel::transmit(uint16_t handler, Message& m, std::vector<BusFrame>& 
     f.id = m.idWord & kId29;
     f.flags = static_cast<uint8_t>(m.flags & 0xF0);
     f.data = m.data;
+    f.extended = (m.idWord >> 31) != 0;
     bus.push_back(std::move(f));
 }
 

@@ -28,6 +28,16 @@ bool Simulator::Impl::canReport(TimePoint now, const Faults& f) const {
 
 void Simulator::Impl::putOnBus(const std::vector<BusFrame>& bus, TimePoint now, const Faults& f) {
     if (bus.empty()) return;
+    std::shared_ptr<BusObserver> observer;
+    {
+        std::lock_guard<std::mutex> lock(hookMutex);
+        observer = busObserver;
+    }
+    for (const BusFrame& frame : bus) {
+        const auto when = std::chrono::system_clock::now();
+        busLog.write(frame, when);
+        if (observer) (*observer)(frame, when);
+    }
     std::vector<DevicePacket> reports;
     {
         std::lock_guard<std::mutex> lock(stateMutex);
@@ -91,7 +101,7 @@ void Simulator::Impl::onFrame(const Bytes& frame, TimePoint now) {
     }
     std::shared_ptr<Responder> hook;
     {
-        std::lock_guard<std::mutex> lock(responderMutex);
+        std::lock_guard<std::mutex> lock(hookMutex);
         hook = responder;
     }
     if (hook && *hook) {

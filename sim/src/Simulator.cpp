@@ -50,8 +50,11 @@ bool Simulator::start() {
         return false;
     }
     d.decoder.reset();
-    if (!d.terminal.open(e) || (!d.options.link.empty() && !d.link.make(d.options.link, d.terminal.path(), e))) {
+    // The bus log last: a simulator refused its link must not start another's log afresh.
+    if (!d.terminal.open(e) || (!d.options.link.empty() && !d.link.make(d.options.link, d.terminal.path(), e)) ||
+        (!d.options.busLog.empty() && !d.busLog.open(d.options.busLog, e))) {
         d.setError(e);
+        d.link.remove();
         d.terminal.close();
         d.mailbox.close();
         return false;
@@ -71,6 +74,7 @@ void Simulator::stop() {
     d.terminal.close();
     d.link.remove();
     d.mailbox.close();
+    d.busLog.close();
 }
 
 std::string Simulator::portPath() const {
@@ -93,14 +97,21 @@ Faults Simulator::faults() const {
 
 void Simulator::setResponder(Responder responder) {
     auto hook = responder ? std::make_shared<Responder>(std::move(responder)) : nullptr;
-    std::lock_guard<std::mutex> lock(m_impl->responderMutex);
+    std::lock_guard<std::mutex> lock(m_impl->hookMutex);
     m_impl->responder = std::move(hook);
+}
+
+void Simulator::setBusObserver(BusObserver observer) {
+    auto hook = observer ? std::make_shared<BusObserver>(std::move(observer)) : nullptr;
+    std::lock_guard<std::mutex> lock(m_impl->hookMutex);
+    m_impl->busObserver = std::move(hook);
 }
 
 void Simulator::injectFrame(const BusFrame& frame) {
     if (!m_impl->thread.joinable()) return;
     BusFrame f = frame;
     f.channel &= 3;
+    f.id &= 0x1FFFFFFFu;
     if (f.data.size() > 64) f.data.resize(64);
     f.data.resize(dlcToLength(lengthToDlc(f.data.size())), 0);
     Impl* d = m_impl.get();

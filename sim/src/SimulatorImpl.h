@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "BusLog.h"
 #include "DeviceModel.h"
 #include "Mailbox.h"
 #include "OutgoingLine.h"
@@ -30,8 +31,9 @@ struct Simulator::Impl {
     TimePoint bootEnd{};
     std::string error;
 
-    std::mutex responderMutex;
+    std::mutex hookMutex;
     std::shared_ptr<Responder> responder;
+    std::shared_ptr<BusObserver> busObserver;
 
     mutable std::mutex logMutex;
     mutable std::condition_variable logCv;
@@ -45,12 +47,14 @@ struct Simulator::Impl {
     OutgoingLine line;
     Terminal terminal;
     TerminalLink link;
+    BusLog busLog;
 
     void setError(const std::string& e);
 
     // The serving thread (ServingThread.cpp).
     void run();
-    // Puts frames on the virtual bus: requests that match report them.
+    // Puts frames on the virtual bus: the bus log and observer see them,
+    // requests that match report them.
     void putOnBus(const std::vector<BusFrame>& bus, TimePoint now, const Faults& f);
 
 private:

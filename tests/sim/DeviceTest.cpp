@@ -2,6 +2,10 @@
 // The simulator needs pseudo-terminals: not built on Windows.
 #ifndef _WIN32
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <mutex>
+#include <regex>
 
 #include "SimFixture.h"
 
@@ -206,6 +210,42 @@ TEST_F(SimDevice, InjectedFramesMatchEnabledRequests) {
     EXPECT_EQ(0u, sim->requestCount());
     EXPECT_EQ(0xFFFF, status(cmd::REMOVE_REQUEST, be16(0xDEF0)));
     EXPECT_EQ(0xFFFF, status(cmd::REQUEST_MESSAGE, request(0x01, 0x10, 16)));
+}
+
+TEST_F(SimDevice, BusObserverAndBusLogSeeEveryFrame) {
+    const auto file = std::filesystem::temp_directory_path() / ("tarvelsim-bus-" + std::to_string(::getpid()));
+    Options o;
+    o.busLog = file.string();
+    ASSERT_TRUE(open(o));
+    std::mutex mutex;
+    std::vector<BusFrame> seen;
+    sim->setBusObserver([&](const BusFrame& frame, std::chrono::system_clock::time_point) {
+        std::lock_guard<std::mutex> lock(mutex);
+        seen.push_back(frame);
+    });
+    // The device's own frame, once when enabled: bit 31 of the identifier
+    // word makes 123 an extended identifier, 12 bytes a CAN FD frame. Then
+    // another node's frame.
+    ASSERT_EQ(1, status(cmd::ADD_MESSAGE, message(1, 0x80000123, 9, 0, true, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12})));
+    sim->injectFrame({2, 0x7FF, 0x80, {0xDE, 0xAD}});
+    ASSERT_TRUE(eventually([&] {
+        std::lock_guard<std::mutex> lock(mutex);
+        return seen.size() >= 2;
+    }));
+    sim->setBusObserver(nullptr);
+    EXPECT_EQ(2u, seen.size());
+    EXPECT_EQ(1, seen[0].channel);
+    EXPECT_EQ(0x123u, seen[0].id);
+    EXPECT_TRUE(seen[0].extended);
+    EXPECT_EQ(2, seen[1].channel);
+    EXPECT_FALSE(seen[1].extended);
+
+    std::ifstream in(file);
+    const std::string log((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_TRUE(std::regex_match(
+        log, std::regex(R"(\(\d+\.\d{6}\) can1 00000123##00102030405060708090A0B0C\n\(\d+\.\d{6}\) can2 7FF#DEAD\n)")))
+        << log;
+    std::filesystem::remove(file);
 }
 
 #endif

@@ -3,6 +3,7 @@
 #ifndef TARVELSIM_SIMULATOR_H
 #define TARVELSIM_SIMULATOR_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -38,6 +39,7 @@ struct Options {
     unsigned bootTimeMs = 200;  // deaf time after a restart
     unsigned capacity = 64;     // transmit messages the device can hold
     bool verbose = false;       // log traffic on stderr
+    std::string busLog;         // write every frame on the bus to this file, candump's log format ("-": stdout)
     Faults faults;
 };
 
@@ -45,6 +47,11 @@ struct Options {
 // packets are sent in order; an empty list sends nothing). The model still
 // carries the command out unless the responder returns a value.
 using Responder = std::function<std::optional<std::vector<DevicePacket>>(const HostPacket&)>;
+
+// Sees every frame on the bus, sent by the device or injected, with the
+// wall-clock time it went on the bus. Called on the serving thread: it must
+// return quickly and must not call stop().
+using BusObserver = std::function<void(const BusFrame& frame, std::chrono::system_clock::time_point when)>;
 
 class Simulator {
 public:
@@ -61,7 +68,8 @@ public:
 
     void setFaults(const Faults& faults);
     Faults faults() const;
-    void setResponder(Responder responder); // null: the model answers everything
+    void setResponder(Responder responder);    // null: the model answers everything
+    void setBusObserver(BusObserver observer); // null: none
 
     // Puts a frame on the bus as if another node sent it.
     void injectFrame(const BusFrame& frame);

@@ -80,8 +80,9 @@ struct DevicePacket {
 struct BusFrame {
     uint8_t channel = 0; // 0..3
     uint32_t id = 0;
-    uint8_t flags = 0; // flag bits 7..4 as reported to the host
-    Bytes data;        // length must be a CAN FD length
+    uint8_t flags = 0;     // flag bits 7..4 as reported to the host
+    Bytes data;            // length must be a CAN FD length
+    bool extended = false; // 29-bit identifier (bit 31 of a transmit message's identifier word)
 };
 
 // Message id of every command the host sends without waiting for an answer.
