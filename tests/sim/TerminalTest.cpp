@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include "SimFixture.h"
 
@@ -75,6 +76,34 @@ TEST(SimPort, ServesAGivenSerialDevice) {
     Simulator absent(o);
     EXPECT_FALSE(absent.start());
     EXPECT_NE(std::string::npos, absent.lastError().find(o.port));
+}
+
+TEST(SimLink, BelongsToOneRunningSimulator) {
+    char pattern[] = "/tmp/tarvel-sim-link-XXXXXX";
+    ASSERT_NE(nullptr, ::mkdtemp(pattern));
+    const std::string dir = pattern;
+    Options o;
+    o.link = dir + "/tty";
+    const auto pointsAt = [&] { return std::filesystem::read_symlink(o.link).string(); };
+
+    Simulator first(o), second(o);
+    ASSERT_TRUE(first.start()) << first.lastError();
+    EXPECT_FALSE(second.start());
+    EXPECT_NE(std::string::npos, second.lastError().find(o.link + " is the link of a running simulator"))
+        << second.lastError();
+    EXPECT_EQ(first.portPath(), pointsAt());
+
+    // Pointed elsewhere meanwhile, the link is no longer the simulator's to remove.
+    ASSERT_EQ(0, ::unlink(o.link.c_str()));
+    ASSERT_EQ(0, ::symlink("/dev/null", o.link.c_str()));
+    first.stop();
+    EXPECT_EQ("/dev/null", pointsAt());
+    // A link nobody runs behind is replaced.
+    ASSERT_TRUE(second.start()) << second.lastError();
+    EXPECT_EQ(second.portPath(), pointsAt());
+    second.stop();
+    EXPECT_FALSE(std::filesystem::is_symlink(o.link));
+    std::filesystem::remove_all(dir);
 }
 
 #endif
