@@ -66,15 +66,20 @@ public:
     void signal(int number) {
         if (m_pid > 0) ::kill(m_pid, number);
     }
-    // Waits for the end (up to 5 s); the exit code, -1 when killed or still running.
+    // Waits for the end (up to 20 s: a Python reader starts slowly on a busy
+    // machine); the exit code, -1 when killed or still running.
     int finish() {
-        eventually([this] {
+        const auto deadline = Clock::now() + std::chrono::seconds(20);
+        while (m_pid > 0 && Clock::now() < deadline) {
             int status = 0;
-            if (m_pid <= 0 || ::waitpid(m_pid, &status, WNOHANG) == 0) return m_pid <= 0;
-            m_exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+            const pid_t ended = ::waitpid(m_pid, &status, WNOHANG);
+            if (ended == 0) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                continue;
+            }
+            m_exitCode = ended == m_pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
             m_pid = -1;
-            return true;
-        });
+        }
         return m_pid > 0 ? -1 : m_exitCode;
     }
 
