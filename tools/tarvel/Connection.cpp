@@ -1,21 +1,13 @@
 // Opening a session: a real device on --port, or the built-in simulated
 // device in this process, so that every command works without hardware.
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <mutex>
-#include <thread>
-
-#include <pthread.h>
 
 #include "Tool.h"
 #include "tarvelsim/Simulator.h"
 
 namespace tool {
-
-std::atomic<bool> g_interrupted{false};
 
 namespace {
 std::mutex g_reportMutex;
@@ -33,25 +25,6 @@ void keepReport(const char* text) {
 std::string lastLibraryReport() {
     std::lock_guard<std::mutex> lock(g_reportMutex);
     return g_lastReport;
-}
-
-void installInterruptHandler() {
-    // Block the stop signals in every thread (threads started later inherit
-    // the mask, the simulator's included) and take them on one thread of our
-    // own: the first asks the running command to end, the second ends the
-    // process.
-    static sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-    std::thread([] {
-        for (;;) {
-            int signal = 0;
-            if (sigwait(&stopSignals, &signal) != 0) continue;
-            if (g_interrupted.exchange(true)) std::_Exit(128 + signal);
-        }
-    }).detach();
 }
 
 OperationError::OperationError(std::string op, int c, ResultKind k)
@@ -126,6 +99,11 @@ Connection::~Connection() {
         m_tarvel.reset();
     }
     if (m_sim) m_sim->stop();
+}
+
+void builtInNote(const char* what) {
+    std::cerr << "tarvel: note: on the built-in device " << what
+              << "; run 'tarvel sim --link PATH' and use --port PATH for a bus that lasts\n";
 }
 
 void Connection::startReceiver() {

@@ -1,7 +1,6 @@
 // ping, version, time, reset, reboot, bootloader.
 #include <chrono>
 #include <cstdio>
-#include <iostream>
 #include <string>
 
 #include "Commands.h"
@@ -22,6 +21,71 @@ struct RebootArgs {
     unsigned waitMs = 5000;
 };
 
+double msSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+int runPing(const GlobalOptions& options, const PingArgs& args) {
+    Connection conn(options);
+    for (unsigned i = 0; i < args.count && !g_interrupted; ++i) {
+        auto start = std::chrono::steady_clock::now();
+        int status = check(conn.tarvel().Ping(), "Ping");
+        std::printf("ping: seq=%u status=%d time=%.2f ms\n", i + 1, status, msSince(start));
+        std::fflush(stdout);
+    }
+    return kExitOk;
+}
+
+int runVersion(const GlobalOptions& options) {
+    Connection conn(options);
+    int v = check(conn.tarvel().GetVersion(), "GetVersion");
+    std::printf("version: %d\n", v);
+    return kExitOk;
+}
+
+int runTime(const GlobalOptions& options, const TimeArgs& args) {
+    bool set = !args.value.empty();
+    uint64_t value = set ? parseNumber(args.value, 0xFFFFFFFFull, "VALUE") : 0;
+    Connection conn(options);
+    if (set) {
+        check(conn.tarvel().SetTime(static_cast<long long>(value)), "SetTime");
+        std::printf("time: set to %llu\n", static_cast<unsigned long long>(value));
+    } else {
+        long long now = 0;
+        check(conn.tarvel().GetTime(&now), "GetTime");
+        std::printf("time: %lld\n", now);
+    }
+    return kExitOk;
+}
+
+int runReset(const GlobalOptions& options) {
+    Connection conn(options);
+    check(conn.tarvel().Reset(), "Reset");
+    std::printf("reset: done\n");
+    return kExitOk;
+}
+
+int runReboot(const GlobalOptions& options, const RebootArgs& args) {
+    Connection conn(options);
+    auto start = std::chrono::steady_clock::now();
+    check(conn.tarvel().Reboot(args.mode != 0, args.waitMs), "Reboot");
+    if (args.waitMs == 0) {
+        std::printf("reboot: sent\n");
+        return kExitOk;
+    }
+    // Reboot keeps its own result whether or not the device came back: ask.
+    check(conn.tarvel().Ping(), "Ping after Reboot");
+    std::printf("reboot: device answers again after %.0f ms\n", msSince(start));
+    return kExitOk;
+}
+
+int runBootloader(const GlobalOptions& options) {
+    Connection conn(options);
+    check(conn.tarvel().Bootloader(), "Bootloader");
+    std::printf("bootloader: device restarted into its bootloader\n");
+    return kExitOk;
+}
+
 } // namespace
 
 void addDeviceCommands(CLI::App& app, CommandContext& ctx) {
@@ -30,51 +94,18 @@ void addDeviceCommands(CLI::App& app, CommandContext& ctx) {
     ping->add_option("-c,--count", pingArgs->count, "Number of pings")
         ->capture_default_str()
         ->check(CLI::Range(1u, 1000000u));
-    onRun(ping, ctx, [&ctx, pingArgs] {
-        Connection conn(ctx.options);
-        for (unsigned i = 0; i < pingArgs->count && !g_interrupted; ++i) {
-            auto start = std::chrono::steady_clock::now();
-            int status = check(conn.tarvel().Ping(), "Ping");
-            double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-            std::printf("ping: seq=%u status=%d time=%.2f ms\n", i + 1, status, ms);
-            std::fflush(stdout);
-        }
-        return kExitOk;
-    });
+    onRun(ping, ctx, [&ctx, pingArgs] { return runPing(ctx.options, *pingArgs); });
 
     auto* version = app.add_subcommand("version", "Show the device's version code (100: current, 0: older)");
-    onRun(version, ctx, [&ctx] {
-        Connection conn(ctx.options);
-        int v = check(conn.tarvel().GetVersion(), "GetVersion");
-        std::printf("version: %d\n", v);
-        return kExitOk;
-    });
+    onRun(version, ctx, [&ctx] { return runVersion(ctx.options); });
 
     auto* time = app.add_subcommand("time", "Show the device clock, or set it to VALUE");
     auto timeArgs = std::make_shared<TimeArgs>();
     time->add_option("VALUE", timeArgs->value, "New device time (unsigned 32-bit, in the device's unit)");
-    onRun(time, ctx, [&ctx, timeArgs] {
-        bool set = !timeArgs->value.empty();
-        uint64_t value = set ? parseNumber(timeArgs->value, 0xFFFFFFFFull, "VALUE") : 0;
-        Connection conn(ctx.options);
-        if (set) {
-            check(conn.tarvel().SetTime(static_cast<long long>(value)), "SetTime");
-            std::printf("time: set to %llu\n", static_cast<unsigned long long>(value));
-        } else {
-            long long now = 0;
-            check(conn.tarvel().GetTime(&now), "GetTime");
-            std::printf("time: %lld\n", now);
-        }
-        return kExitOk;
-    });
+    onRun(time, ctx, [&ctx, timeArgs] { return runTime(ctx.options, *timeArgs); });
 
     auto* reset = app.add_subcommand("reset", "Reset the device (its tables are emptied)");
-    onRun(reset, ctx, [&ctx] {
-        Connection conn(ctx.options);
-        check(conn.tarvel().Reset(), "Reset");
-        std::printf("reset: done\n");
-        return kExitOk;
-    });
+    onRun(reset, ctx, [&ctx] { return runReset(ctx.options); });
 
     auto* reboot = app.add_subcommand("reboot", "Restart the device and wait until it answers again");
     auto rebootArgs = std::make_shared<RebootArgs>();
@@ -85,28 +116,10 @@ void addDeviceCommands(CLI::App& app, CommandContext& ctx) {
         ->capture_default_str()
         ->check(CLI::Range(0u, 600000u))
         ->type_name("MS");
-    onRun(reboot, ctx, [&ctx, rebootArgs] {
-        Connection conn(ctx.options);
-        auto start = std::chrono::steady_clock::now();
-        check(conn.tarvel().Reboot(rebootArgs->mode != 0, rebootArgs->waitMs), "Reboot");
-        if (rebootArgs->waitMs == 0) {
-            std::printf("reboot: sent\n");
-            return kExitOk;
-        }
-        // Reboot keeps its own result whether or not the device came back: ask.
-        check(conn.tarvel().Ping(), "Ping after Reboot");
-        double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-        std::printf("reboot: device answers again after %.0f ms\n", ms);
-        return kExitOk;
-    });
+    onRun(reboot, ctx, [&ctx, rebootArgs] { return runReboot(ctx.options, *rebootArgs); });
 
     auto* boot = app.add_subcommand("bootloader", "Restart the device into its bootloader");
-    onRun(boot, ctx, [&ctx] {
-        Connection conn(ctx.options);
-        check(conn.tarvel().Bootloader(), "Bootloader");
-        std::printf("bootloader: device restarted into its bootloader\n");
-        return kExitOk;
-    });
+    onRun(boot, ctx, [&ctx] { return runBootloader(ctx.options); });
 }
 
 } // namespace tool

@@ -86,6 +86,75 @@ struct RangeArgs {
     std::string file;
 };
 
+int runEepromRead(const GlobalOptions& options, const RangeArgs& args) {
+    uint64_t address = parseNumber(args.address, 0xFFFF, "ADDR");
+    uint64_t length = parseNumber(args.length, kAddressSpace, "LEN");
+    checkRange(address, length, false);
+    Connection conn(options);
+    auto data = readRange(conn.tarvel(), static_cast<unsigned>(address), length, nullptr);
+    for (std::size_t i = 0; i < data.size(); i += kBlock) {
+        std::size_t n = std::min<std::size_t>(kBlock, data.size() - i);
+        std::printf("%s: %s\n", hex4(static_cast<unsigned>(address + i)).c_str(), hexBytes(data.data() + i, n).c_str());
+    }
+    return kExitOk;
+}
+
+int runEepromWrite(const GlobalOptions& options, const RangeArgs& args) {
+    uint64_t address = parseNumber(args.address, 0xFFFF, "ADDR");
+    std::vector<unsigned char> data;
+    for (const auto& token : args.hex) {
+        auto bytes = parseHexBytes(token, "HEX");
+        data.insert(data.end(), bytes.begin(), bytes.end());
+    }
+    checkRange(address, data.size(), true);
+    Connection conn(options);
+    writeRange(conn.tarvel(), static_cast<unsigned>(address), data, nullptr);
+    std::printf("eeprom: wrote %zu bytes at 0x%s\n", data.size(), hex4(static_cast<unsigned>(address)).c_str());
+    return kExitOk;
+}
+
+int runEepromDump(const GlobalOptions& options, const RangeArgs& args) {
+    uint64_t address = parseNumber(args.address, 0xFFFF, "--from");
+    uint64_t length = parseNumber(args.length, kAddressSpace, "--length");
+    checkRange(address, length, false);
+    std::ofstream file;
+    if (args.file != "-") {
+        file.open(args.file, std::ios::binary | std::ios::trunc);
+        if (!file) throw UsageError("cannot write the file '" + args.file + "'");
+    }
+    Connection conn(options);
+    std::vector<unsigned char> data;
+    {
+        Progress progress("eeprom dump", length);
+        data = readRange(conn.tarvel(), static_cast<unsigned>(address), length, &progress);
+    }
+    std::ostream& out = args.file == "-" ? std::cout : file;
+    out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
+    out.flush();
+    if (!out) throw std::runtime_error("writing '" + args.file + "' failed");
+    if (args.file != "-")
+        std::printf("eeprom: saved %zu bytes from 0x%s to %s\n", data.size(),
+                    hex4(static_cast<unsigned>(address)).c_str(), args.file.c_str());
+    return kExitOk;
+}
+
+int runEepromLoad(const GlobalOptions& options, const RangeArgs& args) {
+    uint64_t address = parseNumber(args.address, 0xFFFF, "--at");
+    std::ifstream file(args.file, std::ios::binary);
+    if (!file) throw UsageError("cannot read the file '" + args.file + "'");
+    std::vector<unsigned char> data((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (data.empty()) throw UsageError("the file '" + args.file + "' is empty");
+    checkRange(address, data.size(), true);
+    Connection conn(options);
+    {
+        Progress progress("eeprom load", data.size());
+        writeRange(conn.tarvel(), static_cast<unsigned>(address), data, &progress);
+    }
+    std::printf("eeprom: loaded %zu bytes from %s at 0x%s\n", data.size(), args.file.c_str(),
+                hex4(static_cast<unsigned>(address)).c_str());
+    return kExitOk;
+}
+
 } // namespace
 
 void addEepromCommands(CLI::App& app, CommandContext& ctx) {
@@ -96,37 +165,13 @@ void addEepromCommands(CLI::App& app, CommandContext& ctx) {
     auto r = std::make_shared<RangeArgs>();
     read->add_option("ADDR", r->address, "Start address (decimal or 0x hex)")->required();
     read->add_option("LEN", r->length, "Number of bytes")->required();
-    onRun(read, ctx, [&ctx, r] {
-        uint64_t address = parseNumber(r->address, 0xFFFF, "ADDR");
-        uint64_t length = parseNumber(r->length, kAddressSpace, "LEN");
-        checkRange(address, length, false);
-        Connection conn(ctx.options);
-        auto data = readRange(conn.tarvel(), static_cast<unsigned>(address), length, nullptr);
-        for (std::size_t i = 0; i < data.size(); i += kBlock) {
-            std::size_t n = std::min<std::size_t>(kBlock, data.size() - i);
-            std::printf("%s: %s\n", hex4(static_cast<unsigned>(address + i)).c_str(),
-                        hexBytes(data.data() + i, n).c_str());
-        }
-        return kExitOk;
-    });
+    onRun(read, ctx, [&ctx, r] { return runEepromRead(ctx.options, *r); });
 
     auto* write = eeprom->add_subcommand("write", "Write hex bytes at ADDR (from address 30 on)");
     auto w = std::make_shared<RangeArgs>();
     write->add_option("ADDR", w->address, "Start address, 30 or more (decimal or 0x hex)")->required();
     write->add_option("HEX", w->hex, "Bytes in hex: 01 02 FF, 0102FF or 01:02:FF")->required();
-    onRun(write, ctx, [&ctx, w] {
-        uint64_t address = parseNumber(w->address, 0xFFFF, "ADDR");
-        std::vector<unsigned char> data;
-        for (const auto& token : w->hex) {
-            auto bytes = parseHexBytes(token, "HEX");
-            data.insert(data.end(), bytes.begin(), bytes.end());
-        }
-        checkRange(address, data.size(), true);
-        Connection conn(ctx.options);
-        writeRange(conn.tarvel(), static_cast<unsigned>(address), data, nullptr);
-        std::printf("eeprom: wrote %zu bytes at 0x%s\n", data.size(), hex4(static_cast<unsigned>(address)).c_str());
-        return kExitOk;
-    });
+    onRun(write, ctx, [&ctx, w] { return runEepromWrite(ctx.options, *w); });
 
     auto* dump = eeprom->add_subcommand("dump", "Save an EEPROM range to a binary FILE");
     auto d = std::make_shared<RangeArgs>();
@@ -135,52 +180,14 @@ void addEepromCommands(CLI::App& app, CommandContext& ctx) {
     dump->add_option("FILE", d->file, "Output file ('-' for stdout)")->required();
     dump->add_option("--from", d->address, "Start address")->capture_default_str()->type_name("ADDR");
     dump->add_option("--length", d->length, "Number of bytes")->capture_default_str()->type_name("LEN");
-    onRun(dump, ctx, [&ctx, d] {
-        uint64_t address = parseNumber(d->address, 0xFFFF, "--from");
-        uint64_t length = parseNumber(d->length, kAddressSpace, "--length");
-        checkRange(address, length, false);
-        std::ofstream file;
-        if (d->file != "-") {
-            file.open(d->file, std::ios::binary | std::ios::trunc);
-            if (!file) throw UsageError("cannot write the file '" + d->file + "'");
-        }
-        Connection conn(ctx.options);
-        std::vector<unsigned char> data;
-        {
-            Progress progress("eeprom dump", length);
-            data = readRange(conn.tarvel(), static_cast<unsigned>(address), length, &progress);
-        }
-        std::ostream& out = d->file == "-" ? std::cout : file;
-        out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
-        out.flush();
-        if (!out) throw std::runtime_error("writing '" + d->file + "' failed");
-        if (d->file != "-")
-            std::printf("eeprom: saved %zu bytes from 0x%s to %s\n", data.size(),
-                        hex4(static_cast<unsigned>(address)).c_str(), d->file.c_str());
-        return kExitOk;
-    });
+    onRun(dump, ctx, [&ctx, d] { return runEepromDump(ctx.options, *d); });
 
     auto* load = eeprom->add_subcommand("load", "Write a binary FILE into the EEPROM");
     auto l = std::make_shared<RangeArgs>();
     l->address = "30";
     load->add_option("FILE", l->file, "Input file")->required();
     load->add_option("--at", l->address, "Start address, 30 or more")->capture_default_str()->type_name("ADDR");
-    onRun(load, ctx, [&ctx, l] {
-        uint64_t address = parseNumber(l->address, 0xFFFF, "--at");
-        std::ifstream file(l->file, std::ios::binary);
-        if (!file) throw UsageError("cannot read the file '" + l->file + "'");
-        std::vector<unsigned char> data((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-        if (data.empty()) throw UsageError("the file '" + l->file + "' is empty");
-        checkRange(address, data.size(), true);
-        Connection conn(ctx.options);
-        {
-            Progress progress("eeprom load", data.size());
-            writeRange(conn.tarvel(), static_cast<unsigned>(address), data, &progress);
-        }
-        std::printf("eeprom: loaded %zu bytes from %s at 0x%s\n", data.size(), l->file.c_str(),
-                    hex4(static_cast<unsigned>(address)).c_str());
-        return kExitOk;
-    });
+    onRun(load, ctx, [&ctx, l] { return runEepromLoad(ctx.options, *l); });
 }
 
 } // namespace tool

@@ -4,7 +4,6 @@
 #ifndef TARVEL_TOOL_H
 #define TARVEL_TOOL_H
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -12,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "Interrupt.h"
 #include "ResultText.h"
 #include "TarvelAPI.h"
 
@@ -57,10 +57,6 @@ int check(int code, const std::string& operation, ResultKind kind = ResultKind::
 // The library's last report on its error channel (without -v), or "".
 std::string lastLibraryReport();
 
-// Set by SIGINT/SIGTERM; long-running commands end when they see it.
-extern std::atomic<bool> g_interrupted;
-void installInterruptHandler();
-
 // The open session. Without a port it starts the built-in simulated device
 // in this process and says so on stderr.
 class Connection {
@@ -85,6 +81,10 @@ private:
     bool m_traceOpen = false;
 };
 
+// The built-in device lives for one command: says so on stderr, with how to
+// get a bus that lasts; `what` tells what this means for the command.
+void builtInNote(const char* what);
+
 // Each command family adds its subcommands; a chosen command stores its work
 // in `action`, which main runs after the whole line has parsed.
 struct CommandContext {
@@ -95,7 +95,8 @@ struct CommandContext {
 
 void addDeviceCommands(CLI::App& app, CommandContext& ctx);
 void addEepromCommands(CLI::App& app, CommandContext& ctx);
-void addBusCommands(CLI::App& app, CommandContext& ctx);
+void addTransmitCommands(CLI::App& app, CommandContext& ctx);
+void addReceiveCommands(CLI::App& app, CommandContext& ctx);
 void addDemoCommand(CLI::App& app, CommandContext& ctx);
 void addSimCommand(CLI::App& app, CommandContext& ctx);
 
@@ -129,11 +130,12 @@ struct BitRange {
 };
 BitRange parseBitRange(const std::string& text, unsigned maxLength);
 
-// Is the file descriptor a terminal (progress bars, colour)?
-bool isTerminal(int fd);
-
 // Data length code for a number of bytes; -1 when no CAN FD frame is that long.
 int dlcForLength(std::size_t length);
+
+// --- text forms (Format.cpp) -------------------------------------------------------
+// Is the file descriptor a terminal (progress bars, colour)?
+bool isTerminal(int fd);
 std::string hexBytes(const unsigned char* data, std::size_t length, const char* separator = " ");
 std::string idText(uint32_t id, bool extended);
 // A candump log line: "(seconds.micros) canN ID#DATA".

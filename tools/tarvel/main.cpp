@@ -85,8 +85,8 @@ int main(int argc, char** argv) {
 
     tool::GlobalOptions& o = ctx.options;
     app.add_option("-p,--port", o.port,
-                   "Serial device of a real Tarvel (e.g. /dev/ttyUSB0, COM3); without it the built-in "
-                   "simulated device is used")
+                   "Serial device of a real Tarvel (e.g. /dev/ttyUSB0; a bare name is looked up in /dev/); without it "
+                   "the built-in simulated device is used")
         ->type_name("NAME");
     app.add_option("--read-timeout", o.readTimeout, "Read time-out of the serial line in ms")
         ->capture_default_str()
@@ -105,7 +105,8 @@ int main(int argc, char** argv) {
 
     tool::addDeviceCommands(app, ctx);
     tool::addEepromCommands(app, ctx);
-    tool::addBusCommands(app, ctx);
+    tool::addTransmitCommands(app, ctx);
+    tool::addReceiveCommands(app, ctx);
     tool::addDemoCommand(app, ctx);
     tool::addSimCommand(app, ctx);
     // After the commands, so that they don't inherit it.

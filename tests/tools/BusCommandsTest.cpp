@@ -1,0 +1,86 @@
+// send, signal, monitor, watch on a device of the test's own.
+#include <chrono>
+#include <regex>
+#include <thread>
+
+#include "ToolHarness.h"
+
+namespace tooltest {
+namespace {
+
+using ::testing::HasSubstr;
+
+TEST_F(ToolTest, BusCommands) {
+    auto& dev = device();
+
+    // monitor: one candump line per new report, until the count or Ctrl-C;
+    // its requests are taken off the device when it ends.
+    const std::string log = file("bus.log");
+    ToolProcess monitor(onDevice({"monitor", "0:123", "can2:1ABCDEF0", "-n", "4", "--log", log}));
+    ASSERT_TRUE(waitUntil([&] { return dev.requestCount() == 2; }));
+    // Frames keep coming until the tool has its four lines (the device keeps
+    // only the latest report per message, so not every frame is one line).
+    uint8_t n = 0;
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            dev.injectFrame({0, 0x123, 0, {0x11, n}});
+            dev.injectFrame({2, 0x1ABCDEF0, 0, {0xAA, 0xBB, 0xCC, n, 0, 0, 0, 0, 1, 2, 3, 4}});
+            dev.injectFrame({1, 0x123, 0, {0xEE}}); // another channel: not requested
+            ++n;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            return !monitor.running();
+        },
+        20000));
+    ToolResult monitored = monitor.finish();
+    expectSuccess(monitored);
+    auto out = lines(monitored.out);
+    ASSERT_EQ(4u, out.size()) << monitored.out;
+    std::regex classic(R"(\([0-9]+\.[0-9]{6}\) can0 123#11[0-9A-F]{2})");
+    std::regex fd(R"(\([0-9]+\.[0-9]{6}\) can2 1ABCDEF0##0AABBCC[0-9A-F]{2}0000000001020304)");
+    for (const auto& line : out)
+        EXPECT_TRUE(std::regex_match(line, classic) || std::regex_match(line, fd)) << line;
+    EXPECT_EQ(monitored.out, readFile(log));
+    EXPECT_EQ(0u, dev.requestCount());
+
+    ToolProcess endless(onDevice({"monitor", "0:123"}));
+    ASSERT_TRUE(waitUntil([&] { return dev.requestCount() == 1; }));
+    endless.interrupt();
+    expectSuccess(endless.finish());
+    EXPECT_EQ(0u, dev.requestCount());
+
+    // send: ADD_MESSAGE with channel, identifier, DLC and period, then ENABLE_MESSAGE.
+    ToolResult sent = runOnDevice({"send", "can1", "18FEF100#0102030405060708", "--period", "25"});
+    expectSuccess(sent);
+    EXPECT_EQ("handler: 1\n", sent.out);
+    EXPECT_EQ(1u, dev.messageCount());
+    auto packets = dev.hostPackets();
+    ASSERT_GE(packets.size(), 3u);
+    const auto& add = packets[packets.size() - 2].payload;
+    ASSERT_EQ(25u, add.size());
+    EXPECT_EQ((tarvelsim::Bytes{1, 0x00, 0xF1, 0xFE, 0x98, 8, 0, 25}),
+              (tarvelsim::Bytes{add[0], add[2], add[3], add[4], add[5], add[9], add[12], add[13]}));
+    EXPECT_EQ(0x03, packets.back().command);
+
+    // signal on a message found by CHANNEL:ID, then watched back from the bus.
+    ToolResult second = runOnDevice({"send", "0", "123#0000000000000000", "--period", "10"});
+    expectSuccess(second);
+    EXPECT_EQ("handler: 2\n", second.out);
+    ToolResult signal = runOnDevice({"signal", "0:123", "8:15", "42", "43", "--interval", "0"});
+    expectSuccess(signal);
+    EXPECT_EQ("signal: handler 1 in message 2, bits 8:15\nsignal: value 42\nsignal: value 43\n", signal.out);
+    ToolResult watch = runOnDevice({"watch", "0:123", "8:15", "-n", "2"});
+    expectSuccess(watch);
+    auto values = lines(watch.out);
+    ASSERT_EQ(2u, values.size()) << watch.out;
+    for (const auto& line : values)
+        EXPECT_TRUE(std::regex_match(line, std::regex(R"(\([0-9.]+\) can0 123 8:15 = 43 \(0x2B\) age [0-9]+ ms)")))
+            << line;
+    EXPECT_EQ(0u, dev.requestCount());
+
+    ToolResult unknown = runOnDevice({"signal", "0:456", "0:7", "1"});
+    EXPECT_EQ(1, unknown.exitCode);
+    EXPECT_THAT(unknown.err, HasSubstr("tarvel: GetHandler can0 456 failed: -21: "));
+}
+
+} // namespace
+} // namespace tooltest
