@@ -19,6 +19,10 @@ inline void onRun(CLI::App* cmd, CommandContext& ctx, std::function<int()> work)
     });
 }
 
+// The check of every numeric option (Numbers.cpp): the rule's message when the
+// text breaks it, "--count: abc is not a whole number from 1 to 1000000".
+CLI::Validator numberCheck(const NumberRule& rule);
+
 } // namespace tool
 
 #endif

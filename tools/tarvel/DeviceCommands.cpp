@@ -12,8 +12,10 @@ struct PingArgs {
     unsigned count = 1;
 };
 
+constexpr uint64_t kTimeUnset = UINT64_MAX;
+
 struct TimeArgs {
-    std::string value;
+    uint64_t value = kTimeUnset;
 };
 
 struct RebootArgs {
@@ -44,12 +46,10 @@ int runVersion(const GlobalOptions& options) {
 }
 
 int runTime(const GlobalOptions& options, const TimeArgs& args) {
-    bool set = !args.value.empty();
-    uint64_t value = set ? parseNumber(args.value, 0xFFFFFFFFull, "VALUE") : 0;
     Connection conn(options);
-    if (set) {
-        check(conn.tarvel().SetTime(static_cast<long long>(value)), "SetTime");
-        std::printf("time: set to %llu\n", static_cast<unsigned long long>(value));
+    if (args.value != kTimeUnset) {
+        check(conn.tarvel().SetTime(static_cast<long long>(args.value)), "SetTime");
+        std::printf("time: set to %llu\n", static_cast<unsigned long long>(args.value));
     } else {
         long long now = 0;
         check(conn.tarvel().GetTime(&now), "GetTime");
@@ -93,7 +93,8 @@ void addDeviceCommands(CLI::App& app, CommandContext& ctx) {
     auto pingArgs = std::make_shared<PingArgs>();
     ping->add_option("-c,--count", pingArgs->count, "Number of pings")
         ->capture_default_str()
-        ->check(CLI::Range(1u, 1000000u));
+        ->check(numberCheck(wholeNumber(1, 1000000)))
+        ->type_name("N");
     onRun(ping, ctx, [&ctx, pingArgs] { return runPing(ctx.options, *pingArgs); });
 
     auto* version = app.add_subcommand("version", "Show the device's version code (100: current, 0: older)");
@@ -101,7 +102,8 @@ void addDeviceCommands(CLI::App& app, CommandContext& ctx) {
 
     auto* time = app.add_subcommand("time", "Show the device clock, or set it to VALUE");
     auto timeArgs = std::make_shared<TimeArgs>();
-    time->add_option("VALUE", timeArgs->value, "New device time (unsigned 32-bit, in the device's unit)");
+    time->add_option("VALUE", timeArgs->value, "New device time (unsigned 32-bit, in the device's unit)")
+        ->check(numberCheck(wholeNumber(0, 0xFFFFFFFF, true)));
     onRun(time, ctx, [&ctx, timeArgs] { return runTime(ctx.options, *timeArgs); });
 
     auto* reset = app.add_subcommand("reset", "Reset the device (its tables are emptied)");
@@ -111,10 +113,10 @@ void addDeviceCommands(CLI::App& app, CommandContext& ctx) {
     auto rebootArgs = std::make_shared<RebootArgs>();
     reboot->add_option("--mode", rebootArgs->mode, "Reboot mode byte (0 or 1)")
         ->capture_default_str()
-        ->check(CLI::Range(0u, 1u));
+        ->check(numberCheck(wholeNumber(0, 1)));
     reboot->add_option("--wait", rebootArgs->waitMs, "How long to wait for the device to come back, in ms")
         ->capture_default_str()
-        ->check(CLI::Range(0u, 600000u))
+        ->check(numberCheck(milliseconds(0, 600000)))
         ->type_name("MS");
     onRun(reboot, ctx, [&ctx, rebootArgs] { return runReboot(ctx.options, *rebootArgs); });
 

@@ -15,6 +15,8 @@ namespace {
 constexpr unsigned kBlock = 16;         // the device moves at most 16 bytes per command
 constexpr unsigned kFirstWritable = 30; // addresses below are protected
 constexpr unsigned kAddressSpace = 0x10000;
+const NumberRule kAddress = wholeNumber(0, kAddressSpace - 1, true);
+const NumberRule kLength = wholeNumber(1, kAddressSpace);
 
 // A progress bar on stderr, drawn only when stderr is a terminal.
 class Progress {
@@ -80,15 +82,15 @@ void checkRange(uint64_t address, uint64_t length, bool writing) {
 }
 
 struct RangeArgs {
-    std::string address;
-    std::string length;
+    unsigned address = 0;
+    unsigned length = 0;
     std::vector<std::string> hex;
     std::string file;
 };
 
 int runEepromRead(const GlobalOptions& options, const RangeArgs& args) {
-    uint64_t address = parseNumber(args.address, 0xFFFF, "ADDR");
-    uint64_t length = parseNumber(args.length, kAddressSpace, "LEN");
+    uint64_t address = args.address;
+    uint64_t length = args.length;
     checkRange(address, length, false);
     Connection conn(options);
     auto data = readRange(conn.tarvel(), static_cast<unsigned>(address), length, nullptr);
@@ -100,7 +102,7 @@ int runEepromRead(const GlobalOptions& options, const RangeArgs& args) {
 }
 
 int runEepromWrite(const GlobalOptions& options, const RangeArgs& args) {
-    uint64_t address = parseNumber(args.address, 0xFFFF, "ADDR");
+    uint64_t address = args.address;
     std::vector<unsigned char> data;
     for (const auto& token : args.hex) {
         auto bytes = parseHexBytes(token, "HEX");
@@ -114,8 +116,8 @@ int runEepromWrite(const GlobalOptions& options, const RangeArgs& args) {
 }
 
 int runEepromDump(const GlobalOptions& options, const RangeArgs& args) {
-    uint64_t address = parseNumber(args.address, 0xFFFF, "--from");
-    uint64_t length = parseNumber(args.length, kAddressSpace, "--length");
+    uint64_t address = args.address;
+    uint64_t length = args.length;
     checkRange(address, length, false);
     std::ofstream file;
     if (args.file != "-") {
@@ -139,7 +141,7 @@ int runEepromDump(const GlobalOptions& options, const RangeArgs& args) {
 }
 
 int runEepromLoad(const GlobalOptions& options, const RangeArgs& args) {
-    uint64_t address = parseNumber(args.address, 0xFFFF, "--at");
+    uint64_t address = args.address;
     std::ifstream file(args.file, std::ios::binary);
     if (!file) throw UsageError("cannot read the file '" + args.file + "'");
     std::vector<unsigned char> data((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
@@ -163,30 +165,40 @@ void addEepromCommands(CLI::App& app, CommandContext& ctx) {
 
     auto* read = eeprom->add_subcommand("read", "Print LEN bytes from ADDR as hex, 16 per line");
     auto r = std::make_shared<RangeArgs>();
-    read->add_option("ADDR", r->address, "Start address (decimal or 0x hex)")->required();
-    read->add_option("LEN", r->length, "Number of bytes")->required();
+    read->add_option("ADDR", r->address, "Start address (decimal or 0x hex)")->required()->check(numberCheck(kAddress));
+    read->add_option("LEN", r->length, "Number of bytes")->required()->check(numberCheck(kLength));
     onRun(read, ctx, [&ctx, r] { return runEepromRead(ctx.options, *r); });
 
     auto* write = eeprom->add_subcommand("write", "Write hex bytes at ADDR (from address 30 on)");
     auto w = std::make_shared<RangeArgs>();
-    write->add_option("ADDR", w->address, "Start address, 30 or more (decimal or 0x hex)")->required();
+    write->add_option("ADDR", w->address, "Start address, 30 or more (decimal or 0x hex)")
+        ->required()
+        ->check(numberCheck(kAddress));
     write->add_option("HEX", w->hex, "Bytes in hex: 01 02 FF, 0102FF or 01:02:FF")->required();
     onRun(write, ctx, [&ctx, w] { return runEepromWrite(ctx.options, *w); });
 
     auto* dump = eeprom->add_subcommand("dump", "Save an EEPROM range to a binary FILE");
     auto d = std::make_shared<RangeArgs>();
-    d->address = "0";
-    d->length = "1024";
+    d->length = 1024;
     dump->add_option("FILE", d->file, "Output file ('-' for stdout)")->required();
-    dump->add_option("--from", d->address, "Start address")->capture_default_str()->type_name("ADDR");
-    dump->add_option("--length", d->length, "Number of bytes")->capture_default_str()->type_name("LEN");
+    dump->add_option("--from", d->address, "Start address")
+        ->capture_default_str()
+        ->check(numberCheck(kAddress))
+        ->type_name("ADDR");
+    dump->add_option("--length", d->length, "Number of bytes")
+        ->capture_default_str()
+        ->check(numberCheck(kLength))
+        ->type_name("LEN");
     onRun(dump, ctx, [&ctx, d] { return runEepromDump(ctx.options, *d); });
 
     auto* load = eeprom->add_subcommand("load", "Write a binary FILE into the EEPROM");
     auto l = std::make_shared<RangeArgs>();
-    l->address = "30";
+    l->address = kFirstWritable;
     load->add_option("FILE", l->file, "Input file")->required();
-    load->add_option("--at", l->address, "Start address, 30 or more")->capture_default_str()->type_name("ADDR");
+    load->add_option("--at", l->address, "Start address, 30 or more")
+        ->capture_default_str()
+        ->check(numberCheck(kAddress))
+        ->type_name("ADDR");
     onRun(load, ctx, [&ctx, l] { return runEepromLoad(ctx.options, *l); });
 }
 

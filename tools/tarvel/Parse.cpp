@@ -17,37 +17,35 @@ int hexDigit(char c) {
     return -1;
 }
 
-uint64_t parseHex(const std::string& digits, uint64_t max, const std::string& what, const std::string& whole) {
-    if (digits.empty() || digits.size() > 16) throw UsageError(what + ": not a hexadecimal number: '" + whole + "'");
-    uint64_t value = 0;
-    for (char c : digits) {
-        int d = hexDigit(c);
-        if (d < 0) throw UsageError(what + ": not a hexadecimal number: '" + whole + "'");
-        value = value * 16 + static_cast<unsigned>(d);
+// Up to 3 hex digits: a standard identifier; more: an extended one, as cansend reads them.
+struct Identifier {
+    uint32_t id = 0;
+    bool extended = false;
+};
+
+Identifier parseIdentifier(const std::string& digits) {
+    Identifier out;
+    bool hex = !digits.empty() && digits.size() <= 8;
+    for (std::size_t i = 0; hex && i < digits.size(); ++i) {
+        int d = hexDigit(digits[i]);
+        hex = d >= 0;
+        out.id = out.id * 16 + static_cast<uint32_t>(d);
     }
-    if (value > max)
-        throw UsageError(what + ": " + whole + " is out of range (at most 0x" + [max] {
-            char b[32];
-            std::snprintf(b, sizeof b, "%" PRIX64, max);
-            return std::string(b);
-        }() + ")");
-    return value;
+    if (!hex)
+        throw UsageError("identifier: '" + digits +
+                         "' is not a CAN identifier in hex (up to 3 digits: standard, up to 8: extended)");
+    out.extended = digits.size() > 3;
+    char eight[16];
+    std::snprintf(eight, sizeof eight, "%08" PRIX32, out.id);
+    if (!out.extended && out.id > 0x7FF)
+        throw UsageError("identifier " + digits + ": a standard identifier is at most 7FF; write " + eight +
+                         " for an extended one");
+    if (out.extended && out.id > 0x1FFFFFFF)
+        throw UsageError("identifier " + digits + ": an extended identifier is at most 1FFFFFFF");
+    return out;
 }
 
 } // namespace
-
-uint64_t parseNumber(const std::string& text, uint64_t max, const std::string& what) {
-    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X'))
-        return parseHex(text.substr(2), max, what, text);
-    if (text.empty() || text.size() > 19) throw UsageError(what + ": not a number: '" + text + "'");
-    uint64_t value = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') throw UsageError(what + ": not a number: '" + text + "'");
-        value = value * 10 + static_cast<unsigned>(c - '0');
-    }
-    if (value > max) throw UsageError(what + ": " + text + " is out of range (at most " + std::to_string(max) + ")");
-    return value;
-}
 
 std::vector<unsigned char> parseHexBytes(const std::string& text, const std::string& what) {
     std::vector<unsigned char> bytes;
@@ -96,8 +94,9 @@ CanFrameText parseFrame(const std::string& text) {
     if (!dataPart.empty() && dataPart[0] == '#')
         throw UsageError("frame: the flags form ID##FLAGS of CAN FD is not supported; write ID#DATA");
     CanFrameText frame;
-    frame.id = static_cast<uint32_t>(parseHex(idPart, 0x1FFFFFFF, "identifier", idPart));
-    frame.extended = idPart.size() > 3 || frame.id > 0x7FF;
+    Identifier id = parseIdentifier(idPart);
+    frame.id = id.id;
+    frame.extended = id.extended;
     frame.data = parseHexBytes(dataPart, "frame data");
     int dlc = dlcForLength(frame.data.size());
     if (dlc < 0)
@@ -112,24 +111,28 @@ ChannelId parseChannelId(const std::string& text) {
     if (colon == std::string::npos) throw UsageError("expected CHANNEL:ID (e.g. 0:123), got '" + text + "'");
     ChannelId out;
     out.channel = parseChannel(text.substr(0, colon));
-    std::string idPart = text.substr(colon + 1);
-    out.id = static_cast<uint32_t>(parseHex(idPart, 0x1FFFFFFF, "identifier", idPart));
-    out.extended = idPart.size() > 3 || out.id > 0x7FF;
+    Identifier id = parseIdentifier(text.substr(colon + 1));
+    out.id = id.id;
+    out.extended = id.extended;
     return out;
 }
 
 BitRange parseBitRange(const std::string& text, unsigned maxLength) {
+    NumberRule bit = wholeNumber(0, kLastBit);
+    bit.noun = "a bit number";
     BitRange range;
     auto colon = text.find_first_of(":-");
     if (colon == std::string::npos) {
-        range.start = range.stop = static_cast<unsigned>(parseNumber(text, 0xFFFF, "bit"));
+        range.start = range.stop = static_cast<unsigned>(parseNumber(text, bit, "BITS"));
     } else {
-        range.start = static_cast<unsigned>(parseNumber(text.substr(0, colon), 0xFFFF, "start bit"));
-        range.stop = static_cast<unsigned>(parseNumber(text.substr(colon + 1), 0xFFFF, "stop bit"));
+        range.start = static_cast<unsigned>(parseNumber(text.substr(0, colon), bit, "BITS"));
+        range.stop = static_cast<unsigned>(parseNumber(text.substr(colon + 1), bit, "BITS"));
     }
-    if (range.stop < range.start) throw UsageError("bits " + text + ": the start bit comes after the stop bit");
-    if (range.stop - range.start + 1 > maxLength)
-        throw UsageError("bits " + text + ": longer than " + std::to_string(maxLength) + " bits");
+    if (range.stop < range.start) throw UsageError("BITS " + text + ": the start bit comes after the stop bit");
+    unsigned length = range.stop - range.start + 1;
+    if (length > maxLength)
+        throw UsageError("BITS " + text + ": " + std::to_string(length) + " bits wide, longer than " +
+                         std::to_string(maxLength) + " bits");
     return range;
 }
 

@@ -154,23 +154,30 @@ void addReceiveCommands(CLI::App& app, CommandContext& ctx) {
         "monitor", "Request messages and print each new report as a candump line: (seconds) canN ID#DATA");
     auto mo = std::make_shared<MonitorArgs>();
     monitor->add_option("TARGET", mo->targets, "CHANNEL:ID to request, e.g. 0:123 can1:18FEF100")->required();
-    monitor->add_option("-n,--count", mo->count, "Stop after this many lines (0: no limit)")->capture_default_str();
+    monitor->add_option("-n,--count", mo->count, "Stop after this many lines (0: no limit)")
+        ->capture_default_str()
+        ->check(numberCheck(wholeNumber(0, 4294967295u)))
+        ->type_name("N");
     monitor->add_option("-d,--duration", mo->duration, "Stop after this many seconds (0: no limit)")
         ->capture_default_str()
-        ->check(CLI::NonNegativeNumber)
-        ->type_name("S");
+        ->check(numberCheck(seconds()))
+        ->type_name("SECONDS");
     monitor->add_option("--log", mo->log, "Also write the lines to FILE (candump log format)")->type_name("FILE");
     onRun(monitor, ctx, [&ctx, mo] { return runMonitor(ctx.options, *mo); });
 
     auto* watch = app.add_subcommand("watch", "Request a message and print a signal's value from each new report");
     auto wa = std::make_shared<WatchArgs>();
     watch->add_option("TARGET", wa->target, "CHANNEL:ID to request, e.g. 0:123")->required();
-    watch->add_option("BITS", wa->bits, "START:STOP, at most 64 bits, bit 0 = bit 0 of byte 0")->required();
-    watch->add_option("-n,--count", wa->count, "Stop after this many values (0: no limit)")->capture_default_str();
+    watch->add_option("BITS", wa->bits, "START:STOP, at most 64 bits, bit 0 = bit 0 of byte 0 (up to bit 511)")
+        ->required();
+    watch->add_option("-n,--count", wa->count, "Stop after this many values (0: no limit)")
+        ->capture_default_str()
+        ->check(numberCheck(wholeNumber(0, 4294967295u)))
+        ->type_name("N");
     watch->add_option("-d,--duration", wa->duration, "Stop after this many seconds (0: no limit)")
         ->capture_default_str()
-        ->check(CLI::NonNegativeNumber)
-        ->type_name("S");
+        ->check(numberCheck(seconds()))
+        ->type_name("SECONDS");
     onRun(watch, ctx, [&ctx, wa] { return runWatch(ctx.options, *wa); });
 }
 

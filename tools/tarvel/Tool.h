@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Interrupt.h"
+#include "Numbers.h"
 #include "ResultText.h"
 #include "TarvelAPI.h"
 
@@ -101,8 +102,6 @@ void addDemoCommand(CLI::App& app, CommandContext& ctx);
 void addSimCommand(CLI::App& app, CommandContext& ctx);
 
 // --- parsing helpers (Parse.cpp) -------------------------------------------------
-// Decimal or 0x-prefixed hexadecimal; throws UsageError naming `what`.
-uint64_t parseNumber(const std::string& text, uint64_t max, const std::string& what);
 // Hex bytes: "0102ff", "01 02 ff", "01:02:ff" and "01.02" all give 01 02 (ff).
 std::vector<unsigned char> parseHexBytes(const std::string& text, const std::string& what);
 // CAN channel: 0..3 or can0..can3.
@@ -110,11 +109,13 @@ unsigned parseChannel(const std::string& text);
 
 struct CanFrameText {
     uint32_t id = 0;
-    bool extended = false; // more than 3 hex digits or above 0x7FF
+    bool extended = false; // more than 3 hex digits
     std::vector<unsigned char> data;
     unsigned char dlc = 0;
 };
-// "123#1122334455", "12345678#", "123#11.22.33": identifier in hex, '#', hex data of a CAN FD length.
+// "123#1122334455", "12345678#", "123#11.22.33": identifier in hex (up to 3
+// digits: standard, at most 7FF; more: extended, at most 1FFFFFFF), '#', hex
+// data of a CAN FD length.
 CanFrameText parseFrame(const std::string& text);
 // "0:123", "can1:1ABCDEF0".
 struct ChannelId {
@@ -123,7 +124,9 @@ struct ChannelId {
     bool extended = false;
 };
 ChannelId parseChannelId(const std::string& text);
-// "START:STOP" or a single bit "N".
+// "START:STOP" or a single bit "N"; bits of a frame of up to 64 bytes, at
+// most maxLength of them.
+constexpr unsigned kLastBit = 511;
 struct BitRange {
     unsigned start = 0;
     unsigned stop = 0;

@@ -26,8 +26,18 @@ struct SignalArgs {
 };
 
 // A message handler given as a number, or CHANNEL:ID of a message the device already sends.
+bool byHandler(const std::string& text) {
+    return text.find(':') == std::string::npos;
+}
+
+unsigned short handlerNumber(const std::string& text) {
+    NumberRule rule = wholeNumber(0, 0xFFFC, true);
+    rule.noun = "a message handler";
+    return static_cast<unsigned short>(parseNumber(text, rule, "MESSAGE"));
+}
+
 unsigned short messageHandler(Tarvel& t, const std::string& text) {
-    if (text.find(':') == std::string::npos) return static_cast<unsigned short>(parseNumber(text, 0xFFFC, "MESSAGE"));
+    if (byHandler(text)) return handlerNumber(text);
     ChannelId target = parseChannelId(text);
     int h = check(t.GetHandler(static_cast<unsigned char>(target.channel), 0, target.id, target.extended, false, false),
                   "GetHandler can" + std::to_string(target.channel) + " " + idText(target.id, target.extended),
@@ -58,11 +68,18 @@ int runSend(const GlobalOptions& options, const SendArgs& args) {
 }
 
 int runSignal(const GlobalOptions& options, const SignalArgs& args) {
+    // Everything is checked before the device hears of it.
+    if (byHandler(args.message))
+        handlerNumber(args.message);
+    else
+        parseChannelId(args.message);
     BitRange bits = parseBitRange(args.bits, 16);
+    const unsigned width = bits.stop - bits.start + 1;
+    NumberRule fits = wholeNumber(0, (1u << width) - 1);
+    fits.noun = "a value of " + std::to_string(width) + (width == 1 ? " bit" : " bits");
     std::vector<unsigned short> values;
     for (const auto& v : args.values)
-        values.push_back(static_cast<unsigned short>(parseNumber(v, 0xFFFF, "VALUE")));
-    if (args.message.find(':') == std::string::npos) parseNumber(args.message, 0xFFFC, "MESSAGE");
+        values.push_back(static_cast<unsigned short>(parseNumber(v, fits, "VALUE")));
     Connection conn(options);
     Tarvel& t = conn.tarvel();
     if (conn.simulated()) builtInNote("no message exists yet");
@@ -94,7 +111,7 @@ void addTransmitCommands(CLI::App& app, CommandContext& ctx) {
         ->required();
     send->add_option("--period", s->period, "Send every MS milliseconds (0: once, and again on every change)")
         ->capture_default_str()
-        ->check(CLI::Range(0u, 65535u))
+        ->check(numberCheck(milliseconds(0, 65535)))
         ->type_name("MS");
     onRun(send, ctx, [&ctx, s] { return runSend(ctx.options, *s); });
 
@@ -102,13 +119,19 @@ void addTransmitCommands(CLI::App& app, CommandContext& ctx) {
     auto sg = std::make_shared<SignalArgs>();
     signal->add_option("MESSAGE", sg->message, "Message handler, or CHANNEL:ID of a message the device sends")
         ->required();
-    signal->add_option("BITS", sg->bits, "START:STOP, at most 16 bits, bit 0 = bit 0 of byte 0")->required();
-    signal->add_option("VALUE", sg->values, "Values to set in turn (--interval apart)")->required();
-    signal->add_option("--group", sg->group, "Signal group")->capture_default_str()->check(CLI::Range(0u, 255u));
+    signal->add_option("BITS", sg->bits, "START:STOP, at most 16 bits, bit 0 = bit 0 of byte 0 (up to bit 511)")
+        ->required();
+    signal->add_option("VALUE", sg->values, "Values to set in turn (--interval apart); each must fit in BITS")
+        ->required();
+    signal->add_option("--group", sg->group, "Signal group")
+        ->capture_default_str()
+        ->check(numberCheck(wholeNumber(0, 255)))
+        ->type_name("N");
     signal->add_flag("--cumulative", sg->cumulative,
                      "Cumulative signal: VALUE is added on every transmission (an alive counter)");
     signal->add_option("--interval", sg->interval, "Pause between two values in ms")
         ->capture_default_str()
+        ->check(numberCheck(milliseconds(0, 3600000)))
         ->type_name("MS");
     onRun(signal, ctx, [&ctx, sg] { return runSignal(ctx.options, *sg); });
 }

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "Tool.h"
+#include "Commands.h"
 
 #ifndef TARVEL_VERSION
 #define TARVEL_VERSION "unknown"
@@ -90,11 +90,11 @@ int main(int argc, char** argv) {
         ->type_name("NAME");
     app.add_option("--read-timeout", o.readTimeout, "Read time-out of the serial line in ms")
         ->capture_default_str()
-        ->check(CLI::Range(1u, 600000u))
+        ->check(tool::numberCheck(tool::milliseconds(1, 600000)))
         ->type_name("MS");
     app.add_option("--write-timeout", o.writeTimeout, "Write time-out of the serial line in ms")
         ->capture_default_str()
-        ->check(CLI::Range(1u, 600000u))
+        ->check(tool::numberCheck(tool::milliseconds(1, 600000)))
         ->type_name("MS");
     app.add_option("--trace", o.trace, "Write the communication trace (every packet, errors, information) to FILE")
         ->type_name("FILE");
