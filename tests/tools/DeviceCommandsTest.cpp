@@ -9,18 +9,19 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-bool matches(const std::string& text, const char* pattern) {
+bool matches(const std::string& text, const std::string& pattern) {
     return std::regex_match(text, std::regex(pattern));
 }
 
+const std::string kSummary = "ping: 1 sent, 1 answered, 0 lost; time min/avg/max [0-9.]+/[0-9.]+/[0-9.]+ ms\n";
+
 TEST_F(ToolTest, DeviceCommands) {
-    const std::pair<std::vector<std::string>, const char*> builtIn[] = {
-        {{"ping", "-c", "2"}, "ping: seq=1 status=0 time=[0-9.]+ ms\nping: seq=2 status=0 time=[0-9.]+ ms\n"},
+    const std::pair<std::vector<std::string>, std::string> builtIn[] = {
+        {{"ping", "-c", "2"},
+         "ping: seq=1 status=0 time=[0-9.]+ ms\nping: seq=2 status=0 time=[0-9.]+ ms\n"
+         "ping: 2 sent, 2 answered, 0 lost; time min/avg/max [0-9.]+/[0-9.]+/[0-9.]+ ms\n"},
         {{"version"}, "version: 100\n"},
         {{"time"}, "time: [0-9]+\n"},
-        {{"reset"}, "reset: done\n"},
-        {{"reboot", "--wait", "5000"}, "reboot: device answers again after [0-9]+ ms\n"},
-        {{"bootloader"}, "bootloader: device restarted into its bootloader\n"},
     };
     for (const auto& [args, pattern] : builtIn) {
         SCOPED_TRACE(args[0]);
@@ -61,10 +62,71 @@ TEST_F(ToolTest, DeviceCommands) {
     ToolResult silentPort = runTool(onDevice({"version"}, "200"));
     EXPECT_EQ(1, silentPort.exitCode);
     EXPECT_THAT(silentPort.err, HasSubstr("Connect to " + file("tty") + " failed: -314: "));
+    EXPECT_THAT(silentPort.err, HasSubstr("tarvel: the read time-out is 200 ms; --read-timeout MS changes it\n"));
     EXPECT_EQ("", silentPort.out);
-    ToolResult noPort = runTool({"--port", file("absent"), "ping"});
-    EXPECT_EQ(1, noPort.exitCode);
-    EXPECT_THAT(noPort.err, HasSubstr("failed: -2: cannot open the port"));
+}
+
+// A restart returns when the device answers again, so that the next command
+// finds it listening; the device is deaf for half a second after a restart.
+TEST_F(ToolTest, RestartsWaitUntilTheDeviceAnswers) {
+    tarvelsim::Options slow;
+    slow.bootTimeMs = 500;
+    device(slow);
+    const std::pair<std::vector<std::string>, std::string> restarts[] = {
+        {{"reset"}, "reset: device reset, answers again after ([0-9]+) ms\n"},
+        {{"reboot", "--mode", "1"}, "reboot: device restarted, answers again after ([0-9]+) ms\n"},
+        {{"bootloader"}, "bootloader: device restarted into its bootloader, answers again after ([0-9]+) ms\n"},
+    };
+    for (const auto& [args, pattern] : restarts) {
+        SCOPED_TRACE(args[0]);
+        ToolResult restart = runOnDevice(args);
+        expectSuccess(restart);
+        std::smatch waited;
+        ASSERT_TRUE(std::regex_match(restart.out, waited, std::regex(pattern))) << restart.out;
+        EXPECT_GE(std::stoi(waited[1]), 500); // not before the device could answer
+        ToolResult ping = runOnDevice({"ping"});
+        expectSuccess(ping);
+        EXPECT_TRUE(matches(ping.out, "ping: seq=1 status=0 time=[0-9.]+ ms\n" + kSummary)) << ping.out;
+    }
+
+    // --no-wait says that it did not wait; a device that stays deaf is a failure that says how to wait longer.
+    tarvelsim::Options deaf;
+    deaf.bootTimeMs = 60000;
+    auto& dev = device(deaf);
+    ToolResult noWait = runOnDevice({"reset", "--no-wait"});
+    expectSuccess(noWait);
+    EXPECT_EQ("reset: device reset; not waiting for it to answer again\n", noWait.out);
+    EXPECT_TRUE(dev.booting());
+    device(deaf);
+    ToolResult tooShort = runOnDevice({"bootloader", "--wait", "300"});
+    EXPECT_EQ(1, tooShort.exitCode);
+    EXPECT_EQ("tarvel: bootloader: the device did not answer within 300 ms of the restart (--wait MS waits longer, "
+              "--no-wait not at all)\n",
+              tooShort.err);
+}
+
+// Ping goes on after a lost answer, says which time-out it waited for, and
+// ends with a summary; lost answers make the exit status 1.
+TEST_F(ToolTest, PingCountsLostAnswers) {
+    tarvelsim::Options dropping;
+    dropping.faults.dropEvery = 2;
+    device(dropping);
+    ToolResult r = runTool(onDevice({"ping", "-c", "5"}, "200"));
+    EXPECT_EQ(1, r.exitCode) << r.err;
+    auto out = lines(r.out);
+    ASSERT_EQ(6u, out.size()) << r.out;
+    int lost = 0;
+    for (int i = 0; i < 5; ++i) {
+        const std::string seq = "ping: seq=" + std::to_string(i + 1) + " ";
+        if (out[i] == seq + "no answer within 200 ms (the read time-out; --read-timeout MS changes it)")
+            ++lost;
+        else
+            EXPECT_TRUE(matches(out[i], seq + "status=0 time=[0-9.]+ ms")) << out[i];
+    }
+    EXPECT_TRUE(lost == 2 || lost == 3) << r.out;
+    EXPECT_TRUE(matches(out[5], "ping: 5 sent, " + std::to_string(5 - lost) + " answered, " + std::to_string(lost) +
+                                    " lost; time min/avg/max [0-9.]+/[0-9.]+/[0-9.]+ ms"))
+        << out[5];
 }
 
 } // namespace

@@ -74,6 +74,12 @@ int usageFailure(const CLI::App& root, const CLI::App* concerned, const std::str
     return tool::kExitUsage;
 }
 
+// The device said nothing within the read time-out (rather than refusing).
+bool noAnswer(const tool::OperationError& e, const std::string& report) {
+    bool timedOut = e.code == -14 || e.code == -15 || (e.kind == tool::ResultKind::Connect && e.code == -314);
+    return timedOut && (report.empty() || report.find("No valid answer") != std::string::npos);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -145,6 +151,9 @@ int main(int argc, char** argv) {
         std::cerr << "tarvel: " << e.operation << " failed: " << tool::describeResult(e.code, e.kind) << "\n";
         std::string report = tool::lastLibraryReport();
         if (!report.empty()) std::cerr << "tarvel: the library reported: " << report << "\n";
+        if (noAnswer(e, report))
+            std::cerr << "tarvel: the read time-out is " << ctx.options.readTimeout
+                      << " ms; --read-timeout MS changes it\n";
         return tool::kExitFailed;
     } catch (const std::exception& e) {
         std::cout.flush();
