@@ -27,6 +27,7 @@ TEST_F(ToolTest, HelpAndBadArguments) {
                               "tarvel watch [OPTIONS] TARGET BITS",
                               "tarvel demo",
                               "tarvel sim",
+                              "tarvel ports",
                               "--port",
                               "--read-timeout",
                               "--write-timeout",

@@ -24,7 +24,7 @@ TEST_F(ToolTest, SimServesOtherToolsUntilCtrlC) {
 }
 
 TEST_F(ToolTest, DemoSucceedsWithReadableOutput) {
-    ToolResult r = runTool({"demo"}, {}, 60000);
+    ToolResult r = runTool({"demo"}, {}, "", 60000);
     expectSuccess(r);
     for (const char* text : {"1. Connect", "GetVersion() -> 100", "Device clock", "The same 16 bytes came back.",
                              "alive counter", "A request for the same identifier", "can0 123#", "read back live",

@@ -58,7 +58,8 @@ std::string contents(int fd) {
 
 } // namespace
 
-ToolProcess::ToolProcess(std::vector<std::string> args, const std::vector<std::string>& environment)
+ToolProcess::ToolProcess(std::vector<std::string> args, const std::vector<std::string>& environment,
+                         const std::string& directory)
     : m_out(::memfd_create("stdout", MFD_CLOEXEC)), m_err(::memfd_create("stderr", MFD_CLOEXEC)) {
     args.insert(args.begin(), TARVEL_TOOL_PATH);
     std::vector<char*> argv;
@@ -78,6 +79,7 @@ ToolProcess::ToolProcess(std::vector<std::string> args, const std::vector<std::s
     posix_spawn_file_actions_adddup2(&actions, m_out, 1);
     posix_spawn_file_actions_adddup2(&actions, m_err, 2);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    if (!directory.empty()) posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
     // The child starts with default signal handling, whatever the test runner set.
     posix_spawnattr_t attr;
     posix_spawnattr_init(&attr);
@@ -123,8 +125,9 @@ ToolResult ToolProcess::finish(int timeoutMs) {
     return {m_exitCode, contents(m_out), contents(m_err)};
 }
 
-ToolResult runTool(const std::vector<std::string>& args, const std::vector<std::string>& environment, int timeoutMs) {
-    return ToolProcess(args, environment).finish(timeoutMs);
+ToolResult runTool(const std::vector<std::string>& args, const std::vector<std::string>& environment,
+                   const std::string& directory, int timeoutMs) {
+    return ToolProcess(args, environment, directory).finish(timeoutMs);
 }
 
 void ToolTest::SetUp() {

@@ -30,10 +30,12 @@ struct ToolResult {
 
 // A running tarvel, its output gathered in memory files (no terminal, so no
 // colours or progress bars); the destructor kills it if it still runs.
-// `environment` adds NAME=VALUE entries to the test's own environment.
+// `environment` adds NAME=VALUE entries to the test's own environment;
+// `directory` is its working directory (the test's own when empty).
 class ToolProcess {
 public:
-    explicit ToolProcess(std::vector<std::string> args, const std::vector<std::string>& environment = {});
+    explicit ToolProcess(std::vector<std::string> args, const std::vector<std::string>& environment = {},
+                         const std::string& directory = "");
     ~ToolProcess();
     ToolProcess(const ToolProcess&) = delete;
     ToolProcess& operator=(const ToolProcess&) = delete;
@@ -51,7 +53,7 @@ private:
 };
 
 ToolResult runTool(const std::vector<std::string>& args, const std::vector<std::string>& environment = {},
-                   int timeoutMs = 30000);
+                   const std::string& directory = "", int timeoutMs = 30000);
 
 class ToolTest : public ::testing::Test {
 protected:

@@ -54,13 +54,13 @@ tarvelsim::Options simOptions(const std::string& fault) {
 } // namespace
 
 Connection::Connection(const GlobalOptions& options) {
+    m_portPath = options.port.empty() ? std::string() : resolvePort(options.port);
     if (!options.trace.empty()) {
         // DebugComm only reports an unopenable file on the error channel;
         // find out here so that the user gets a clear message and an exit code.
         std::ofstream probe(options.trace, std::ios::out | std::ios::trunc);
         if (!probe) throw UsageError("--trace: cannot write the file '" + options.trace + "'");
     }
-    m_portPath = options.port;
     if (m_portPath.empty()) {
         m_sim = std::make_unique<tarvelsim::Simulator>(simOptions(options.simFault));
         if (!m_sim->start())

@@ -100,6 +100,12 @@ void addTransmitCommands(CLI::App& app, CommandContext& ctx);
 void addReceiveCommands(CLI::App& app, CommandContext& ctx);
 void addDemoCommand(CLI::App& app, CommandContext& ctx);
 void addSimCommand(CLI::App& app, CommandContext& ctx);
+void addPortsCommand(CLI::App& app, CommandContext& ctx);
+
+// What --port NAME opens (Ports.cpp): a path as given; a bare name in the
+// device directory ($TARVEL_DEV_ROOT, else /dev). A bare name that also names
+// a file here is refused (UsageError) rather than silently taken for the other.
+std::string resolvePort(const std::string& name);
 
 // --- parsing helpers (Parse.cpp) -------------------------------------------------
 // Hex bytes: "0102ff", "01 02 ff", "01:02:ff" and "01.02" all give 01 02 (ff).

@@ -22,6 +22,7 @@ Exit status: 0 success, 1 a device operation or the connection failed,
 
 Examples:
   tarvel demo                              guided tour on the simulated device
+  tarvel ports                             the serial ports of this machine
   tarvel --port /dev/ttyUSB0 ping
   tarvel --port /dev/ttyUSB0 eeprom read 0x40 32
   tarvel --port /dev/ttyUSB0 send 0 123#DEADBEEF --period 100
@@ -91,8 +92,8 @@ int main(int argc, char** argv) {
 
     tool::GlobalOptions& o = ctx.options;
     app.add_option("-p,--port", o.port,
-                   "Serial device of a real Tarvel (e.g. /dev/ttyUSB0; a bare name is looked up in /dev/); without it "
-                   "the built-in simulated device is used")
+                   "Serial device of a real Tarvel: a path (/dev/ttyUSB0), or a bare name looked up in /dev/ "
+                   "('tarvel ports' lists them); without it the built-in simulated device is used")
         ->type_name("NAME");
     app.add_option("--read-timeout", o.readTimeout, "Read time-out of the serial line in ms")
         ->capture_default_str()
@@ -115,6 +116,7 @@ int main(int argc, char** argv) {
     tool::addReceiveCommands(app, ctx);
     tool::addDemoCommand(app, ctx);
     tool::addSimCommand(app, ctx);
+    tool::addPortsCommand(app, ctx);
     // After the commands, so that they don't inherit it.
     app.footer([&app] { return commandSynopsis(app) + kFooter; });
 
