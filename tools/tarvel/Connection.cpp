@@ -89,6 +89,10 @@ Connection::Connection(const GlobalOptions& options) {
     }
     check(t.Connect(m_portPath, options.readTimeout, options.writeTimeout), "Connect to " + m_portPath,
           ResultKind::Connect);
+    // With the receiver running, an answer is awaited as long as a direct read
+    // would wait for it, not only 50 ms: a slow device or a loaded machine
+    // must not make commands fail.
+    t.SetAnswerWait(options.readTimeout);
 }
 
 Connection::~Connection() {
@@ -107,6 +111,8 @@ void builtInNote(const char* what) {
 }
 
 void Connection::startReceiver() {
+    // Line noise now and then must not end a long monitor: only faults in a row count.
+    m_tarvel->SetReceiverErrorCounting(true);
     check(m_tarvel->StartReceiver(), "StartReceiver", ResultKind::Receiver);
 }
 

@@ -151,19 +151,17 @@ int runDemo(CommandContext& ctx) {
     n.step("A request for the same identifier");
     conn.startReceiver();
     n.call("StartReceiver()", "0: a thread now files every report the device sends");
-    int key = check(t.RequestMessage(0x01, 0x123, false, false, 8, false, false, nullptr), "RequestMessage",
+    int key = check(t.RequestReport(0x01, 0x123, false, false, 8, false, false, nullptr), "RequestReport",
                     ResultKind::Request);
-    n.call("RequestMessage(channel mask 0x01, 0x123, ...)", fmt("request key 0x%06X", static_cast<unsigned>(key)));
+    n.call("RequestReport(channel mask 0x01, 0x123, standard, ...)",
+           fmt("request key 0x%06X", static_cast<unsigned>(key)));
     int aliveRead = check(t.RequestSignal(key, 0, 7), "RequestSignal", ResultKind::SignalRequest);
     int speedRead = check(t.RequestSignal(key, 16, 31), "RequestSignal", ResultKind::SignalRequest);
     n.call("RequestSignal(key, 0, 7) and RequestSignal(key, 16, 31)", fmt("handles %d and %d", aliveRead, speedRead));
-    RecvAsyncMessage report;
-    auto deadline = Clock::now() + std::chrono::seconds(3);
-    while ((report = t.ReadAsyncMessage(key)).key == 0 && Clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    if (report.key == 0) throw OperationError("ReadAsyncMessage", -1, ResultKind::SignalRead);
-    n.call("ReadAsyncMessage(key)", "the latest report, as candump prints it:");
-    n.quote(candumpLine(reportEpochSeconds(report.timestamp), report.channel, 0x123, false, report.data));
+    TarvelReport report{};
+    if (t.WaitReport(report, 3000) != 1) throw OperationError("WaitReport", 0, ResultKind::SignalRead);
+    n.call("WaitReport(report, 3000 ms)", "the first report, as candump prints it:");
+    n.quote(candumpLine(report));
     n.flush();
 
     n.step("The signal changes, and is read back live");

@@ -28,22 +28,21 @@ std::string idText(uint32_t id, bool extended) {
     return b;
 }
 
-std::string candumpLine(double epochSeconds, unsigned channel, uint32_t id, bool extended,
-                        const std::vector<unsigned char>& data) {
-    char stamp[48];
-    auto micros = static_cast<long long>(epochSeconds * 1e6 + 0.5);
-    std::snprintf(stamp, sizeof stamp, "(%lld.%06lld) can%u ", micros / 1000000, micros % 1000000, channel);
-    // Classic frames print ID#DATA; longer (CAN FD) frames ID##<flags>DATA.
-    std::string sep = data.size() > 8 ? "##0" : "#";
-    return stamp + idText(id, extended) + sep + hexBytes(data.data(), data.size(), "");
+std::string stampText(uint64_t timeUs) {
+    char stamp[32];
+    std::snprintf(stamp, sizeof stamp, "(%llu.%06llu)", static_cast<unsigned long long>(timeUs / 1000000),
+                  static_cast<unsigned long long>(timeUs % 1000000));
+    return stamp;
 }
 
-double reportEpochSeconds(uint32_t timestamp) {
-    using namespace std::chrono;
-    auto tickNow = static_cast<uint32_t>(Tarvel::GetTickMs());
-    uint32_t ageMs = tickNow - timestamp; // wraps like the 32-bit stamp
-    double now = duration<double>(system_clock::now().time_since_epoch()).count();
-    return now - ageMs / 1000.0;
+std::string candumpLine(const TarvelReport& report) {
+    char channel[16];
+    std::snprintf(channel, sizeof channel, " can%u ", report.channel);
+    const std::vector<unsigned char> data(report.data, report.data + report.length);
+    // Classic frames print ID#DATA; longer (CAN FD) frames ID##<flags>DATA.
+    std::string sep = data.size() > 8 ? "##0" : "#";
+    return stampText(report.timeUs) + channel + idText(report.id, report.extended != 0) + sep +
+           hexBytes(data.data(), data.size(), "");
 }
 
 bool isTerminal(int fd) {

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "Commands.h"
@@ -43,44 +42,75 @@ private:
     Clock::time_point m_start;
 };
 
-// A reception request with the identifier the user asked for (the report
-// itself carries only its low 16 bits).
-struct Watched {
-    explicit Watched(const ChannelId& t) : target(t) {}
-    ChannelId target;
-    int key = 0;
-    uint32_t lastStamp = 0;
-    std::vector<unsigned char> lastData;
-    bool seen = false;
-};
-
+// The checked request: the device reports only the low 16 bits of an
+// identifier, so two requests it could not tell apart are refused.
 int request(Tarvel& t, const ChannelId& target) {
-    std::string what = "RequestMessage can" + std::to_string(target.channel) + " " + idText(target.id, target.extended);
-    return check(t.RequestMessage(static_cast<unsigned char>(1u << target.channel), target.id, false, target.extended,
-                                  8, false, false, nullptr),
+    std::string what = "RequestReport can" + std::to_string(target.channel) + " " + idText(target.id, target.extended);
+    return check(t.RequestReport(static_cast<unsigned char>(1u << target.channel), target.id, target.extended, false, 8,
+                                 false, false, nullptr),
                  what, ResultKind::Request);
 }
 
-// Takes the request off the device again; a failure here changes nothing for the user.
-void unrequest(Tarvel& t, int key) {
-    t.RemoveRequest(static_cast<unsigned short>(key & 0xFFFF));
+// The requests a command made, taken off the device again when it ends,
+// also when it fails half-way; a failure to remove changes nothing for the user.
+class Requests {
+public:
+    explicit Requests(Tarvel& t) : m_tarvel(t) {}
+    ~Requests() {
+        for (int key : m_keys)
+            m_tarvel.RemoveRequest(static_cast<unsigned short>(key & 0xFFFF));
+    }
+    Requests(const Requests&) = delete;
+    Requests& operator=(const Requests&) = delete;
+    int add(const ChannelId& target) {
+        m_keys.push_back(request(m_tarvel, target));
+        return m_keys.back();
+    }
+
+private:
+    Tarvel& m_tarvel;
+    std::vector<int> m_keys;
+};
+
+// Reports in arrival order, each once, until `stop` says so; `take` sees
+// each report. Waits in short slices so that Ctrl-C and the duration are seen.
+template <class Take> void forEachReport(Tarvel& t, const StopCondition& stop, unsigned& taken, Take take) {
+    std::vector<TarvelReport> batch(256);
+    while (!stop.done(taken)) {
+        const int n = t.WaitReports(batch.data(), static_cast<unsigned>(batch.size()), 50);
+        check(n, "WaitReports");
+        for (int i = 0; i < n && !stop.done(taken); ++i)
+            if (take(batch[static_cast<std::size_t>(i)])) ++taken;
+    }
 }
 
-// A new report is one whose stamp or data differs from the last one shown.
-bool takeNew(Tarvel& t, Watched& w, RecvAsyncMessage& out) {
-    out = t.ReadAsyncMessage(w.key);
-    if (out.key == 0) return false;
-    if (w.seen && out.timestamp == w.lastStamp && out.data == w.lastData) return false;
-    w.seen = true;
-    w.lastStamp = out.timestamp;
-    w.lastData = out.data;
-    return true;
+// Bits start..stop of the report's data, bit 0 = bit 0 of byte 0.
+unsigned long long bitsOf(const TarvelReport& r, const BitRange& bits) {
+    unsigned long long value = 0;
+    for (unsigned b = bits.start; b <= bits.stop; ++b)
+        value |= static_cast<unsigned long long>((r.data[b / 8] >> (b % 8)) & 1u) << (b - bits.start);
+    return value;
+}
+
+void printStatistics(Tarvel& t) {
+    const TarvelStatistics s = t.GetStatistics();
+    std::fprintf(stderr,
+                 "tarvel: statistics: %llu frames received (%llu bytes), %llu sent; %llu reports, %llu dropped, "
+                 "%llu on unknown channels; rejected frames: %llu SLIP, %llu length, %llu checksum; error answers: "
+                 "%llu; time-outs: %llu\n",
+                 static_cast<unsigned long long>(s.framesReceived), static_cast<unsigned long long>(s.bytesReceived),
+                 static_cast<unsigned long long>(s.framesSent), static_cast<unsigned long long>(s.reportsReceived),
+                 static_cast<unsigned long long>(s.reportsDropped),
+                 static_cast<unsigned long long>(s.reportsBadChannel), static_cast<unsigned long long>(s.rejectedSlip),
+                 static_cast<unsigned long long>(s.rejectedLength), static_cast<unsigned long long>(s.rejectedChecksum),
+                 static_cast<unsigned long long>(s.commandFailed + s.packetError + s.slipProtoError + s.hardwareError),
+                 static_cast<unsigned long long>(s.exchangesTimedOut));
 }
 
 int runMonitor(const GlobalOptions& options, const MonitorArgs& args) {
-    std::vector<Watched> watched;
+    std::vector<ChannelId> targets;
     for (const auto& text : args.targets)
-        watched.emplace_back(parseChannelId(text));
+        targets.push_back(parseChannelId(text));
     std::ofstream log;
     if (!args.log.empty()) {
         log.open(args.log, std::ios::trunc);
@@ -90,60 +120,41 @@ int runMonitor(const GlobalOptions& options, const MonitorArgs& args) {
     Tarvel& t = conn.tarvel();
     if (conn.simulated()) builtInNote("nothing else sends on the bus");
     conn.startReceiver();
-    for (auto& w : watched)
-        w.key = request(t, w.target);
+    Requests requests(t);
+    for (const auto& target : targets)
+        requests.add(target);
     StopCondition stop(args.count, args.duration);
     unsigned lines = 0;
-    RecvAsyncMessage report;
-    while (!stop.done(lines)) {
-        bool any = false;
-        for (auto& w : watched) {
-            if (stop.done(lines) || !takeNew(t, w, report)) continue;
-            any = true;
-            std::string line = candumpLine(reportEpochSeconds(report.timestamp), report.channel, w.target.id,
-                                           w.target.extended, report.data);
-            std::printf("%s\n", line.c_str());
-            std::fflush(stdout);
-            if (log) log << line << '\n' << std::flush;
-            ++lines;
-        }
-        if (!any) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    for (auto& w : watched)
-        unrequest(t, w.key);
+    forEachReport(t, stop, lines, [&](const TarvelReport& report) {
+        const std::string line = candumpLine(report);
+        std::printf("%s\n", line.c_str());
+        std::fflush(stdout);
+        if (log) log << line << '\n' << std::flush;
+        return true;
+    });
+    if (options.verbose >= 1) printStatistics(t);
     return kExitOk;
 }
 
 int runWatch(const GlobalOptions& options, const WatchArgs& args) {
-    Watched w(parseChannelId(args.target));
-    BitRange bits = parseBitRange(args.bits, 64);
+    const ChannelId target = parseChannelId(args.target);
+    const BitRange bits = parseBitRange(args.bits, 64);
     Connection conn(options);
     Tarvel& t = conn.tarvel();
     if (conn.simulated()) builtInNote("nothing else sends on the bus");
     conn.startReceiver();
-    w.key = request(t, w.target);
-    int signal =
-        check(t.RequestSignal(w.key, static_cast<unsigned short>(bits.start), static_cast<unsigned short>(bits.stop)),
-              "RequestSignal", ResultKind::SignalRequest);
+    Requests requests(t);
+    requests.add(target);
     StopCondition stop(args.count, args.duration);
     unsigned shown = 0;
-    RecvAsyncMessage report;
-    while (!stop.done(shown)) {
-        if (!takeNew(t, w, report)) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            continue;
-        }
-        unsigned long long value = 0;
-        unsigned age = 0;
-        check(t.SignalReadValue(static_cast<unsigned short>(signal), value, &age, true), "SignalReadValue",
-              ResultKind::SignalRead);
-        std::printf("(%.6f) can%u %s %u:%u = %llu (0x%llX) age %u ms\n", reportEpochSeconds(report.timestamp),
-                    report.channel, idText(w.target.id, w.target.extended).c_str(), bits.start, bits.stop, value, value,
-                    age);
+    forEachReport(t, stop, shown, [&](const TarvelReport& report) {
+        if (bits.stop / 8 >= report.length) throw OperationError("SignalReadValue", -2, ResultKind::SignalRead);
+        const unsigned long long value = bitsOf(report, bits);
+        std::printf("%s can%u %s %u:%u = %llu (0x%llX)\n", stampText(report.timeUs).c_str(), report.channel,
+                    idText(report.id, report.extended != 0).c_str(), bits.start, bits.stop, value, value);
         std::fflush(stdout);
-        ++shown;
-    }
-    unrequest(t, w.key);
+        return true;
+    });
     return kExitOk;
 }
 
@@ -151,7 +162,7 @@ int runWatch(const GlobalOptions& options, const WatchArgs& args) {
 
 void addReceiveCommands(CLI::App& app, CommandContext& ctx) {
     auto* monitor = app.add_subcommand(
-        "monitor", "Request messages and print each new report as a candump line: (seconds) canN ID#DATA");
+        "monitor", "Request messages and print every report, in order, as a candump line: (seconds) canN ID#DATA");
     auto mo = std::make_shared<MonitorArgs>();
     monitor->add_option("TARGET", mo->targets, "CHANNEL:ID to request, e.g. 0:123 can1:18FEF100")->required();
     monitor->add_option("-n,--count", mo->count, "Stop after this many lines (0: no limit)")
@@ -165,7 +176,7 @@ void addReceiveCommands(CLI::App& app, CommandContext& ctx) {
     monitor->add_option("--log", mo->log, "Also write the lines to FILE (candump log format)")->type_name("FILE");
     onRun(monitor, ctx, [&ctx, mo] { return runMonitor(ctx.options, *mo); });
 
-    auto* watch = app.add_subcommand("watch", "Request a message and print a signal's value from each new report");
+    auto* watch = app.add_subcommand("watch", "Request a message and print a signal's value from every report");
     auto wa = std::make_shared<WatchArgs>();
     watch->add_option("TARGET", wa->target, "CHANNEL:ID to request, e.g. 0:123")->required();
     watch->add_option("BITS", wa->bits, "START:STOP, at most 64 bits, bit 0 = bit 0 of byte 0 (up to bit 511)")

@@ -1,4 +1,5 @@
-// What a library result code means, in words, for the operation that returned it.
+// What a library result code means, in words, for the operation family that
+// returned it (the words are the library's, Tarvel::ResultText).
 #ifndef TARVEL_TOOL_RESULT_TEXT_H
 #define TARVEL_TOOL_RESULT_TEXT_H
 

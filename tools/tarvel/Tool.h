@@ -147,11 +147,11 @@ int dlcForLength(std::size_t length);
 bool isTerminal(int fd);
 std::string hexBytes(const unsigned char* data, std::size_t length, const char* separator = " ");
 std::string idText(uint32_t id, bool extended);
-// A candump log line: "(seconds.micros) canN ID#DATA".
-std::string candumpLine(double epochSeconds, unsigned channel, uint32_t id, bool extended,
-                        const std::vector<unsigned char>& data);
-// Wall-clock seconds at which a report stamped with host tick `timestamp` arrived.
-double reportEpochSeconds(uint32_t timestamp);
+// "(seconds.micros)" of a time in microseconds since the Unix epoch.
+std::string stampText(uint64_t timeUs);
+// A candump log line of a report: "(seconds.micros) canN ID#DATA", with the
+// report's own identifier and format.
+std::string candumpLine(const TarvelReport& report);
 
 } // namespace tool
 
