@@ -1,6 +1,7 @@
 // POSIX serial devices: non-blocking file descriptor, deadlines by poll, and
 // an eventfd in the same poll so that a blocked read can be woken.
 #include <fcntl.h>
+#include <linux/serial.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/file.h>
@@ -54,6 +55,18 @@ IoResult done(long long count) {
     return r;
 }
 
+// USB serial adapters (FTDI and the like) hold received bytes back for up to
+// 16 ms unless the port asks for low latency; with it an answer reaches us
+// within about a millisecond. Drivers without the setting (a pseudo-terminal,
+// most built-in UARTs) refuse the request, which changes nothing.
+void askForLowLatency(int fd) {
+    serial_struct serial{};
+    if (::ioctl(fd, TIOCGSERIAL, &serial) != 0) return;
+    if (serial.flags & ASYNC_LOW_LATENCY) return;
+    serial.flags |= ASYNC_LOW_LATENCY;
+    ::ioctl(fd, TIOCSSERIAL, &serial);
+}
+
 // Consumes a pending cancel; true if there was one.
 bool takeCancel(PortDevice* device) {
     if (!device->cancelled.exchange(false)) return false;
@@ -81,6 +94,7 @@ PortDevice* open(const std::string& name, unsigned long& error) {
         return nullptr;
     }
     ::ioctl(fd, TIOCEXCL); // not a terminal: the settings step reports it
+    askForLowLatency(fd);
     const int cancelFd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (cancelFd < 0) {
         error = static_cast<unsigned long>(errno);
