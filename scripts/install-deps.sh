@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what a fresh Debian 12 machine lacks to build and test TarvelAPI.
 set -euo pipefail
-packages=(cmake g++ make clang-format libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev)
+packages=(cmake g++ make clang-format libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev
+    python3-can python3-pytest python3-venv python3-wheel)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

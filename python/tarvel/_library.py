@@ -112,14 +112,16 @@ def _checkout_root():
 
 
 def candidates():
-    """The places looked at, in order, as (description, path or None for the system's loader)."""
+    """The places looked at, in order, as (how to name it in an error, path or None for the system's loader)."""
     explicit = os.environ.get(ENVIRONMENT_VARIABLE)
     if explicit:
         return [(f"{ENVIRONMENT_VARIABLE}={explicit}", explicit)]
-    places = [("next to the package", os.path.join(_PACKAGE_DIR, FILE_NAME))]
+    local = os.path.join(_PACKAGE_DIR, FILE_NAME)
+    places = [(f"{local} (next to the package)", local)]
     root = _checkout_root()
     if root is not None:
-        places.append(("the build tree of the checkout", os.path.join(root, BUILD_DIR, FILE_NAME)))
+        built = os.path.join(root, BUILD_DIR, FILE_NAME)
+        places.append((f"{built} (the build tree of the checkout)", built))
     places.append(("the system's loader", None))
     return places
 
@@ -166,10 +168,9 @@ def load():
         if _loaded is not None:
             return _loaded[0]
         tried = []
-        for description, path in candidates():
+        for where, path in candidates():
             library, reason = _open(path)
             if library is None:
-                where = description if path is None else f"{path} ({description})"
                 tried.append(f"{where}: {reason}")
                 continue
             shown = path or getattr(library, "_name", FILE_NAME)

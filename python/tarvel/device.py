@@ -158,20 +158,16 @@ class Device(ControlOperations, TransmitOperations, ReceptionOperations):
         Raises TarvelError: -1 another port is open, -2 cannot open the port,
         -3/-4 line settings, -314 the device did not answer the version query, ...
         """
-        if port is not None:
-            self.port = port
-        if self.port is None:
+        port = self.port if port is None else port
+        if port is None:
             raise ValueError("connect: no port given")
-        if read_timeout is not None:
-            self.read_timeout = read_timeout
-        if write_timeout is not None:
-            self.write_timeout = write_timeout
-        read_ms = milliseconds(self.read_timeout, "read_timeout")
-        write_ms = milliseconds(self.write_timeout, "write_timeout")
-        port_name = str(self.port)
-        code = self._call(
-            "Connect", self._lib.ConnectTarvel, port_name.encode(), read_ms, write_ms, detail=f"to {port_name}"
-        )
+        read_timeout = self.read_timeout if read_timeout is None else read_timeout
+        write_timeout = self.write_timeout if write_timeout is None else write_timeout
+        read_ms = milliseconds(read_timeout, "read_timeout")
+        write_ms = milliseconds(write_timeout, "write_timeout")
+        name = str(port)
+        code = self._call("Connect", self._lib.ConnectTarvel, name.encode(), read_ms, write_ms, detail=f"to {name}")
+        self.port, self.read_timeout, self.write_timeout = port, read_timeout, write_timeout
         self._connected = True
         return code
 

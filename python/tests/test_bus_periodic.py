@@ -1,0 +1,88 @@
+"""send_periodic on the device's own periodic transmission: rate, modify_data, stop, duration."""
+
+import can
+from conftest import bus_log, exact, fence, frames_of, receive_until, wait_for
+
+PERIODIC, WITNESS, FENCE = 0x321, 0x322, 0x7EE
+A, B = bytes(range(8)), bytes(range(10, 18))
+
+
+def std(can_id, data):
+    return can.Message(arbitration_id=can_id, data=data, is_extended_id=False)
+
+
+def assert_none_after_fence(bus, sim, can_id):
+    """No frame of can_id after a fence, while a witness task has sent 10 frames (100 ms of the device's time)."""
+    fence(bus, sim, FENCE)
+    witness = bus.send_periodic(std(WITNESS, b"\x01"), 0.01)
+    wait_for(lambda: len(frames_of(bus_log(sim), WITNESS)) >= 10, "10 witness frames")
+    witness.stop()
+    log = bus_log(sim)
+    fenced = max(i for i, f in enumerate(log) if f.arbitration_id == FENCE)
+    assert frames_of(log[fenced:], can_id) == []
+
+
+def test_send_periodic_at_10_ms_modify_data_and_stop(simulator, open_bus):
+    sim = simulator()
+    bus = open_bus(sim.port, can_filters=[exact(PERIODIC), exact(FENCE)])
+    task = bus.send_periodic(std(PERIODIC, A), 0.01)
+
+    # About 10 frames per 100 ms: counted over a second of report time stamps, with wide bounds.
+    received = receive_until(
+        bus, lambda r: r and r[-1].timestamp - r[0].timestamp >= 1.0, "a second of periodic frames"
+    )
+    in_window = [m for m in received if m.timestamp < received[0].timestamp + 1.0]
+    assert 40 <= len(in_window) <= 130
+    stamps = [m.timestamp for m in received]
+    assert stamps == sorted(stamps) and stamps[-1] > stamps[0]
+    assert all(bytes(m.data) == A and m.channel == 0 and not m.is_extended_id for m in received)
+
+    task.modify_data(std(PERIODIC, B))
+    received += receive_until(bus, lambda r: len(r) >= 5 and bytes(r[-5].data) == B, "five frames of new data")
+    first_b = next(i for i, m in enumerate(received) if bytes(m.data) == B)
+    assert all(bytes(m.data) == B for m in received[first_b:])
+
+    task.stop()
+    assert task not in bus._periodic_tasks
+    assert_none_after_fence(bus, sim, PERIODIC)
+
+    # Every frame the device sent was received, in order.
+    received += receive_until(bus, lambda r: r and r[-1].arbitration_id == FENCE, "the fence")
+    sent = [bytes(f.data) for f in frames_of(bus_log(sim), PERIODIC)]
+    assert [bytes(m.data) for m in frames_of(received, PERIODIC)] == sent
+
+
+def test_send_periodic_ends_by_itself_after_its_duration_and_restarts(simulator, open_bus):
+    sim = simulator()
+    bus = open_bus(sim.port)
+    task = bus.send_periodic(std(PERIODIC, A), 0.01, duration=0.2)
+    wait_for(lambda: not task.running, "the task to end after its duration")
+    assert task not in bus._periodic_tasks
+    assert len(frames_of(bus_log(sim), PERIODIC)) >= 3
+    assert_none_after_fence(bus, sim, PERIODIC)
+
+    before = len(frames_of(bus_log(sim), PERIODIC))
+    task.start()
+    wait_for(lambda: len(frames_of(bus_log(sim), PERIODIC)) >= before + 3, "frames after start()")
+    task.stop()
+
+
+def test_send_periodic_makes_room_among_sent_messages_and_reports_a_full_device(simulator, open_bus):
+    sim = simulator(capacity=2)
+    bus = open_bus(sim.port)
+    bus.send(std(0x100, b"\x01"))
+    bus.send(std(0x101, b"\x02"))  # the device is full of messages kept for send
+    task = bus.send_periodic(std(PERIODIC, A), 0.01)
+    wait_for(lambda: frames_of(bus_log(sim), PERIODIC), "the periodic frame")
+    bus.send_periodic(std(0x323, A), 0.01)  # takes the last sent message's place
+    try:
+        bus.send_periodic(std(0x324, A), 0.01)
+    except can.CanOperationError as error:
+        assert error.error_code == -23
+        assert "AddMessage" in str(error) and "out of memory for transmit messages" in str(error)
+    else:
+        raise AssertionError("a third periodic message fitted a device of capacity 2")
+    task.stop()
+    bus.send(std(0x100, b"\x03"))  # room again
+    fence(bus, sim)
+    assert bytes(frames_of(bus_log(sim), 0x100)[-1].data) == b"\x03"

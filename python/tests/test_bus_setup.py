@@ -1,0 +1,109 @@
+"""What a bus sets up on the device: filters as requests, python-can's exceptions, and shutdown leaving nothing."""
+
+import os
+import subprocess
+import sys
+
+import can
+import pytest
+from conftest import bus_log, exact, frames_of, receive_until, wait_for
+
+import tarvel
+
+UNEXPRESSIBLE = [
+    ([{"can_id": 0x120, "can_mask": 0x7F0, "extended": False}], "partial mask"),
+    ([{"can_id": 0x18DA0000, "can_mask": 0x1FFF0000, "extended": True}], "partial mask"),
+    ([{"can_id": 0x123, "can_mask": 0x7FF}, {"can_id": 0x100, "can_mask": 0}], "partial mask"),
+    ([{"can_id": 0x800, "can_mask": 0x7FF, "extended": False}], "standard identifier is at most 0x7FF"),
+    ([exact(0x123), exact(0x18DA0123)], "could not tell the two apart"),
+]
+
+
+@pytest.mark.parametrize("filters, complaint", UNEXPRESSIBLE)
+def test_filters_the_device_cannot_express_raise(simulator, open_bus, filters, complaint):
+    sim = simulator()
+    with pytest.raises(ValueError, match=complaint):
+        open_bus(sim.port, can_filters=filters)
+    bus = open_bus(sim.port, can_filters=[exact(0x456)])  # the failed bus let go of the port
+    with pytest.raises(ValueError, match=complaint):
+        bus.set_filters(filters)
+
+
+def test_set_filters_replaces_the_requests_and_none_receives_nothing(simulator, open_bus):
+    sim = simulator(inject=["0:123#01@5", "0:456#02@5"])
+    bus = open_bus(sim.port, can_filters=[exact(0x123)])
+    receive_until(bus, lambda r: len(r) >= 3, "frames of 0x123")
+    bus.set_filters([exact(0x456)])
+    received = receive_until(bus, lambda r: len(r) >= 10, "frames of 0x456")
+    assert {m.arbitration_id for m in received} == {0x456}
+    bus.set_filters(None)
+    assert bus.recv(timeout=0.3) is None
+
+
+def test_connect_failures_raise_initialization_errors_with_the_code_in_words(simulator, tmp_path):
+    silent = simulator(silent=True)
+    cases = [
+        (silent.port, -314, "the device did not answer the version query"),
+        (str(tmp_path / "no-such-port"), -2, "cannot open the port"),
+    ]
+    for port, code, words in cases:
+        with pytest.raises(can.CanInitializationError) as caught:
+            can.Bus(interface="tarvel", channel=port, read_timeout=0.2)
+        assert caught.value.error_code == code
+        assert f"Connect to {port} failed: {code}: {words}" in str(caught.value)
+
+
+def test_a_lost_answer_raises_a_timeout_and_the_bus_goes_on(simulator, open_bus):
+    sim = simulator(drop_every=2)  # the version query is answered, the next answer (AddMessage) is lost
+    bus = open_bus(sim.port, read_timeout=0.3)
+    with pytest.raises(can.CanTimeoutError) as caught:
+        bus.send(can.Message(arbitration_id=0x123, data=b"\x01", is_extended_id=False))
+    assert caught.value.error_code == -15
+    assert "AddMessage" in str(caught.value) and "no answer from the device in time" in str(caught.value)
+    bus.send(can.Message(arbitration_id=0x124, data=b"\x02", is_extended_id=False))  # answered
+    wait_for(lambda: frames_of(bus_log(sim), 0x124), "0x124 on the bus")
+    with pytest.raises(can.CanTimeoutError, match="RemoveMessage"):
+        bus.shutdown()  # the next answer is lost too: said, and the bus is closed all the same
+    bus.shutdown()
+    with pytest.raises(can.CanOperationError, match="shut down"):
+        bus.send(can.Message(arbitration_id=0x124, data=b"\x02", is_extended_id=False))
+
+
+def test_a_missing_library_is_an_interface_not_implemented(tmp_path):
+    missing = tmp_path / "libTarvelAPI.so"
+    script = (
+        "import can\n"
+        "try:\n"
+        "    can.Bus(interface='tarvel', channel='/dev/null')\n"
+        "except can.CanInterfaceNotImplementedError as e:\n"
+        "    print(e)\n"
+    )
+    env = dict(os.environ, TARVEL_LIBRARY=str(missing))
+    run = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, env=env, timeout=60)
+    assert f"TARVEL_LIBRARY={missing}: no such file" in run.stdout, run.stdout + run.stderr
+
+
+def test_shutdown_leaves_nothing_configured_on_the_device(simulator, open_bus):
+    sim = simulator(inject=["0:123#0102@10"])
+    bus = open_bus(sim.port, can_filters=[exact(0x123), exact(0x456), exact(0x18DA00F1)])
+    bus.send_periodic(can.Message(arbitration_id=0x456, data=b"\x04", is_extended_id=False), 0.01)
+    bus.send(can.Message(arbitration_id=0x18DA00F1, data=b"\x05", is_extended_id=True))
+    receive_until(bus, lambda r: {0x123, 0x456, 0x18DA00F1} <= {m.arbitration_id for m in r}, "all three identifiers")
+    bus.shutdown()
+
+    with tarvel.Device(sim.port) as device:
+        device.start_receiver()
+        # No transmit message is left...
+        for can_id, extended in [(0x456, False), (0x18DA00F1, True)]:
+            with pytest.raises(tarvel.TarvelError) as caught:
+                device.get_handler(can_id, extended=extended)
+            assert caught.value.code == -21
+        # ...and no request: 0x123 goes on on the bus, and nothing is reported.
+        seen = len(frames_of(bus_log(sim), 0x123))
+        wait_for(lambda: len(frames_of(bus_log(sim), 0x123)) >= seen + 5, "five more frames of 0x123")
+        assert device.wait_report(timeout=0) is None
+        assert device.statistics().reports_received == 0
+    assert frames_of(bus_log(sim), 0x456)[-1].timestamp < frames_of(bus_log(sim), 0x123)[-5].timestamp
+
+    again = open_bus(sim.port, can_filters=[exact(0x123), exact(0x456)])
+    assert receive_until(again, lambda r: len(r) >= 3, "0x123 on a second bus")[0].arbitration_id == 0x123

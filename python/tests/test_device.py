@@ -1,0 +1,154 @@
+"""tarvel.Device: operations, TarvelError, reports, statistics, log sinks; finding the library and the simulator."""
+
+import dataclasses
+import gc
+import os
+import subprocess
+import sys
+
+import pytest
+from conftest import bus_log, frames_of, wait_for
+
+import tarvel
+
+
+@pytest.fixture
+def device(simulator):
+    sim = simulator(inject=["0:18DA00F1#0102030405060708@10"])
+    with tarvel.Device(sim.port, read_timeout=1.0) as dev:
+        dev.sim = sim
+        yield dev
+
+
+def test_device_operations_reach_the_device(device):
+    assert device.connected and device.get_version() == 100 and device.ping() == 0
+    device.set_time(123456)
+    assert 123456 <= device.get_time() < 123456 + 60000
+    image = bytes(range(256))[:40]  # more than one 16-byte block
+    device.write_eeprom(0x40, image)
+    assert device.read_eeprom(0x40, len(image)) == image
+
+    # A transmit message with a signal, on channel 2, sent on every change.
+    handler = device.add_message(0x1ABCDEF0, bytes(8), channel=2, extended=True)
+    assert device.get_handler(0x1ABCDEF0, channel=2, extended=True) == handler
+    device.set_message_data(handler, b"\x11\x22\x00\x00\x00\x00\x00\x00", b"\xff\xff" + bytes(6))
+    signal = device.add_signal(handler, 16, 23)
+    device.signal_change_value(signal, 0xAB)
+    wait_for(
+        lambda: bytes(frames_of(bus_log(device.sim), 0x1ABCDEF0)[-1].data) == b"\x11\x22\xab" + bytes(5),
+        "the signal's value in a frame",
+    )
+    frames = frames_of(bus_log(device.sim), 0x1ABCDEF0)
+    assert [bytes(f.data[:3]) for f in frames[:2]] == [bytes(3), b"\x11\x22\x00"]
+    assert frames[0].channel == "can2" and frames[0].is_extended_id
+    with pytest.raises(ValueError, match="has 8 data bytes"):
+        device.set_message_data(handler, b"\x01")
+    device.remove_message(handler)
+
+    crc = device.add_crc(bytes(16))
+    assert device.change_crc(crc, bytes(range(16))) == 0 and device.disable_crc(crc) == 0
+    assert device.gateway_id(1, 0x7E0) == 0 and device.blob_remove() == 0
+
+
+ERRORS = [
+    (lambda d: d.write_eeprom(10, b"\x01"), "WriteEeprom", -1, "invalid block"),
+    (lambda d: d.set_message_data(999, b"\x01"), "SetMessageData", -31, "did not add a message"),
+    (lambda d: d.remove_message(999), "RemoveMessage", -22, None),
+    (lambda d: d.signal_read_value(77), "SignalReadValue", -3, "receiver thread is not running"),
+    (lambda d: d.connect("/nonexistent/tty"), "Connect", -1, "another port is already open"),
+]
+
+
+@pytest.mark.parametrize("call, operation, code, words", ERRORS)
+def test_negative_results_raise_tarvel_error_with_operation_code_and_text(device, call, operation, code, words):
+    with pytest.raises(tarvel.TarvelError) as caught:
+        call(device)
+    error = caught.value
+    assert (error.operation, error.code) == (operation, code)
+    assert error.text == tarvel.result_text(code, operation)
+    assert words is None or words in error.text
+    assert f"failed: {code}: {error.text}" in str(error)
+
+
+def test_reports_come_in_order_with_the_full_identifier(device):
+    device.start_receiver()
+    assert device.receiver_running
+    key = device.request_report(0x18DA00F1, extended=True)
+    signal = device.request_signal(key, 8, 15)
+    reports = []
+    for report in device.reports(timeout=2.0):
+        reports.append(report)
+        if len(reports) == 5:
+            break
+    assert [(r.id, r.extended, r.request_key, r.channel, r.data) for r in reports] == [
+        (0x18DA00F1, True, key, 0, bytes(range(1, 9)))
+    ] * 5
+    stamps = [r.time_us for r in reports]
+    assert stamps == sorted(stamps) and stamps[0] < stamps[-1]
+    assert device.read_report(key).id == 0x18DA00F1
+    assert device.signal_read_value(signal).value == 0x02
+
+    seen = []
+    device.set_report_callback(seen.append)
+    wait_for(lambda: len(seen) >= 3, "three reports through the callback")
+    device.set_report_callback(None)
+    count = len(seen)
+    wait_for(lambda: device.wait_reports(256, timeout=0.1), "reports queued after the callback went")
+    assert len(seen) == count and all(r.id == 0x18DA00F1 for r in seen)
+
+    device.remove_request(key)
+    assert device.read_report(device.request_report(0x7FF)) is None  # nothing of 0x7FF yet
+
+
+def test_statistics_count_the_session(device):
+    device.reset_statistics()
+    zero = device.statistics()
+    assert all(value == 0 for value in dataclasses.astuple(zero))
+    for _ in range(3):
+        device.ping()
+    counted = device.statistics()
+    assert counted.frames_sent == 3 and counted.frames_received == 3
+    assert counted.last_received_us > 0 and counted.exchanges_timed_out == 0
+    assert len(dataclasses.fields(tarvel.Statistics)) == 18
+
+
+def test_log_sinks_get_the_library_text_while_attached(device):
+    errors, infos, second = [], [], []
+    device.add_log_sink(lambda text: errors.append(text))  # kept alive by the device
+    device.add_log_sink(second.append, tarvel.LogLevel.ERR)
+    device.add_log_sink(infos.append, tarvel.LogLevel.INF)
+    gc.collect()
+    with pytest.raises(tarvel.TarvelError) as caught:
+        device.set_message_data(999, b"\x01")
+    assert caught.value.report and caught.value.report in "".join(errors)
+    assert "".join(errors) == "".join(second)
+    device.print_info("100% at %s")
+    assert "".join(infos) == "100% at %s"
+
+    device.remove_log_sink(second.append)
+    before = len(second)
+    device.print_error("after removal")
+    assert len(second) == before and "after removal" in errors[-1]
+
+
+def run_python(code, **env):
+    environment = {k: v for k, v in os.environ.items() if k not in env or env[k] is not None}
+    environment.update({k: v for k, v in env.items() if v is not None})
+    return subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, env=environment, timeout=60)
+
+
+def test_a_missing_library_error_names_every_place_looked_at(installed):
+    if not installed:
+        pytest.skip("from a checkout the build tree is found")
+    run = run_python("import tarvel; tarvel.Device()", TARVEL_LIBRARY=None, LD_LIBRARY_PATH=None)
+    assert "LibraryNotFoundError" in run.stderr
+    assert "(next to the package): no such file" in run.stderr
+    assert "the system's loader:" in run.stderr and "Set TARVEL_LIBRARY" in run.stderr
+
+
+def test_simulator_failures_say_why(tmp_path):
+    with pytest.raises(tarvel.SimulatorError, match="--inject"):
+        tarvel.Simulator(inject="not-a-frame").start()
+    missing = tmp_path / "tarvel-sim"
+    run = run_python("import tarvel; tarvel.Simulator()", TARVEL_SIM=str(missing))
+    assert f"TARVEL_SIM={missing}: no such program" in run.stderr
