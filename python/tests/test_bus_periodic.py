@@ -86,3 +86,14 @@ def test_send_periodic_makes_room_among_sent_messages_and_reports_a_full_device(
     bus.send(std(0x100, b"\x03"))  # room again
     fence(bus, sim)
     assert bytes(frames_of(bus_log(sim), 0x100)[-1].data) == b"\x03"
+
+
+def test_send_periodic_of_a_sequence_sends_the_messages_in_turn(simulator, open_bus):
+    sim = simulator()
+    bus = open_bus(sim.port)
+    task = bus.send_periodic([std(PERIODIC, A), std(PERIODIC, B)], 0.01)
+    wait_for(lambda: len(frames_of(bus_log(sim), PERIODIC)) >= 6, "six frames of the sequence")
+    task.stop()
+    assert_none_after_fence(bus, sim, PERIODIC)
+    sent = [bytes(f.data) for f in frames_of(bus_log(sim), PERIODIC)]
+    assert sent == [A, B] * (len(sent) // 2) + [A] * (len(sent) % 2)

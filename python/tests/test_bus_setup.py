@@ -92,6 +92,7 @@ def test_shutdown_leaves_nothing_configured_on_the_device(simulator, open_bus):
     bus.shutdown()
 
     with tarvel.Device(sim.port) as device:
+        device.set_answer_wait(1.0)  # a loaded machine may answer late
         device.start_receiver()
         # No transmit message is left...
         for can_id, extended in [(0x456, False), (0x18DA00F1, True)]:
@@ -107,3 +108,31 @@ def test_shutdown_leaves_nothing_configured_on_the_device(simulator, open_bus):
 
     again = open_bus(sim.port, can_filters=[exact(0x123), exact(0x456)])
     assert receive_until(again, lambda r: len(r) >= 3, "0x123 on a second bus")[0].arbitration_id == 0x123
+
+
+def report(request_key, handler, channel):
+    """A report as the library files it: the full identifier only with a known request."""
+    full = {0x0123: 0x18DA0123, 0x0456: 0x456}.get(handler, handler) if request_key else handler
+    return tarvel.Report(1, full, request_key, handler, channel, full > 0x7FF, 1, b"x")
+
+
+KEY = 0x03 << 16 | 0x0123  # 0x18DA0123 on channels 0 and 1
+
+
+@pytest.mark.parametrize(
+    "got, delivered",
+    [
+        (report(KEY, 0x0123, 1), True),
+        (report(0, 0x0123, 0), True),  # filed before the library recorded the request
+        (report(0, 0x0123, 2), False),  # a channel the request does not cover
+        (report(0, 0x0124, 0), False),
+        (report(0x01 << 16 | 0x0456, 0x0456, 0), False),  # a request since removed
+    ],
+)
+def test_reports_are_matched_to_the_bus_requests(got, delivered):
+    from tarvel.can.bus import TarvelBus
+
+    msg = TarvelBus._ours(got, {KEY: (0x18DA0123, True)})
+    assert (msg is not None) == delivered
+    if delivered:
+        assert (msg.arbitration_id, msg.is_extended_id, msg.channel) == (0x18DA0123, True, got.channel)

@@ -16,6 +16,7 @@ import tarvel
 def device(simulator):
     sim = simulator(inject=["0:18DA00F1#0102030405060708@10"])
     with tarvel.Device(sim.port, read_timeout=1.0) as dev:
+        dev.set_answer_wait(1.0)  # with the receiver running; a loaded machine may answer late
         dev.sim = sim
         yield dev
 
@@ -71,10 +72,10 @@ def test_negative_results_raise_tarvel_error_with_operation_code_and_text(device
 
 
 def test_reports_come_in_order_with_the_full_identifier(device):
-    device.start_receiver()
-    assert device.receiver_running
     key = device.request_report(0x18DA00F1, extended=True)
     signal = device.request_signal(key, 8, 15)
+    device.start_receiver()
+    assert device.receiver_running
     reports = []
     for report in device.reports(timeout=2.0):
         reports.append(report)

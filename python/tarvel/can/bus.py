@@ -1,6 +1,7 @@
 """TarvelBus: the python-can interface "tarvel"."""
 
 import collections
+import dataclasses
 import threading
 import time
 
@@ -28,6 +29,26 @@ def _seconds(value, name):
     if not 0 < seconds <= 65.535:
         raise ValueError(f"{name}: {value!r} is not within 0.001..65.535 s")
     return seconds
+
+
+def _joining_stop(task):
+    """python-can's thread task, whose stop() returns only when its thread has sent its last frame.
+
+    The thread may have passed its check of the stop flag and be about to
+    send; it ends at once after that send, or when it wakes from its wait
+    between two frames, without sending. A send takes milliseconds, so a wait
+    of up to about a second covers it also for long periods.
+    """
+    stop = task.stop
+
+    def stop_and_join():
+        stop()
+        thread = getattr(task, "thread", None)
+        if thread is not None and thread is not threading.current_thread():
+            thread.join(min(task.period, 1.0) + 0.5)
+
+    task.stop = stop_and_join
+    return task
 
 
 class TarvelBus(can.BusABC):
@@ -84,7 +105,7 @@ class TarvelBus(can.BusABC):
         self._lock = threading.RLock()  # device set-up: sends, tasks, filters
         self._recv_lock = threading.Lock()
         self._sent = collections.OrderedDict()  # (channel, id, extended, length) -> handler
-        self._requests = []
+        self._requests = {}  # request key -> (identifier, extended)
         self._pending = collections.deque()
         self._closed = False
         try:
@@ -183,13 +204,18 @@ class TarvelBus(can.BusABC):
             except TarvelError as error:
                 raise can_error(error) from error
 
-    def _send_periodic_internal(self, msgs, period, duration=None):
+    def _send_periodic_internal(self, msgs, period, duration=None, modifier_callback=None):
         if isinstance(msgs, can.Message):
             msgs = [msgs]
-        if len(msgs) == 1:
+        if len(msgs) == 1 and modifier_callback is None:
             return DevicePeriodicTask(self, msgs, period, duration)
-        # The device repeats one message; a sequence is sent in turn by python-can's thread.
-        return super()._send_periodic_internal(msgs, period, duration)
+        # The device repeats one message as it is; a sequence, or data changed before
+        # every frame (python-can 4.2's modifier_callback), is sent by python-can's thread.
+        if modifier_callback is None:
+            task = super()._send_periodic_internal(msgs, period, duration)
+        else:
+            task = super()._send_periodic_internal(msgs, period, duration, modifier_callback)
+        return _joining_stop(task)
 
     # --- receiving -------------------------------------------------------------------
 
@@ -201,28 +227,46 @@ class TarvelBus(can.BusABC):
             try:
                 # Old requests go first: the device could not tell some new ones apart from them.
                 while self._requests:
-                    self._device.remove_request(self._requests[-1])
-                    self._requests.pop()
+                    key = next(reversed(self._requests))
+                    self._device.remove_request(key)
+                    del self._requests[key]
                 for can_id, extended in targets:
-                    self._requests.append(self._device.request_report(can_id, channel_mask=mask, extended=extended))
+                    key = self._device.request_report(can_id, channel_mask=mask, extended=extended)
+                    self._requests[key] = (can_id, extended)
             except TarvelError as error:
                 raise can_error(error) from error
+
+    @staticmethod
+    def _ours(report, requests):
+        """The report as a message of this bus's requests, or None."""
+        if report.request_key in requests:
+            return message_of(report)
+        if report.request_key == 0:
+            # A report the library filed before it had recorded the request that
+            # asked for it (it records a request when the device's answer is in,
+            # and a frame may be reported just before). The handler names the
+            # request: this bus's requests differ in their low 16 bits, and the
+            # device keeps one request per handler.
+            for key, (can_id, extended) in requests.items():
+                if key & 0xFFFF == report.handler and key >> 16 & (1 << report.channel):
+                    return message_of(dataclasses.replace(report, id=can_id, extended=extended, request_key=key))
+        return None  # a request since removed, or another session's
 
     def _recv_internal(self, timeout):
         deadline = None if timeout is None else time.monotonic() + timeout
         with self._recv_lock:
             while True:
-                active = set(self._requests)
+                requests = self._requests.copy()  # set_filters may change them meanwhile
                 while self._pending:
-                    report = self._pending.popleft()
-                    # Reports of requests since removed (or made by another session) are not ours.
-                    if report.request_key in active:
-                        return message_of(report), True
+                    msg = self._ours(self._pending.popleft(), requests)
+                    if msg is not None:
+                        return msg, True
                 self._check_open()
                 left = None if deadline is None else max(0.0, deadline - time.monotonic())
                 try:
                     batch = self._device.wait_reports(BATCH, left)
                 except TarvelError as error:
+                    self._check_open()  # shut down while waiting: say that rather than the wait's code
                     raise can_error(error) from error
                 if not batch:
                     return None, True
@@ -246,12 +290,12 @@ class TarvelBus(can.BusABC):
                 except TarvelError as error:
                     failures.append(can_error(error))
             self._sent.clear()
-            for key in self._requests:
+            for key in list(self._requests):
                 try:
                     self._device.remove_request(key)
                 except TarvelError as error:
                     failures.append(can_error(error))
-            self._requests = []
+            self._requests.clear()
             self._closed = True
             try:
                 # Also wakes a recv waiting in another thread (a Notifier's).
