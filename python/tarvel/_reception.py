@@ -28,6 +28,11 @@ class ReceptionOperations:
         from a live one of this session (a shared channel and the same low 16
         bits, another identifier or format) is refused before anything is sent
         (TarvelError -31), as is an identifier too large for its format.
+
+        The library records the request when the device's answer is in: with
+        the receiver running, a frame reported just before may come with
+        request_key 0 and only the low 16 bits as its identifier. Requests
+        made before start_receiver() don't meet that.
         """
         return self._request(
             "RequestReport",

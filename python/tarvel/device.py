@@ -52,8 +52,8 @@ class Device(ControlOperations, TransmitOperations, ReceptionOperations):
     garbage collection, so its statistics can still be read afterwards::
 
         with tarvel.Device("/dev/ttyUSB0", read_timeout=0.5) as device:
-            device.start_receiver()
             key = device.request_report(0x123)
+            device.start_receiver()
             for report in device.reports(timeout=1.0):
                 print(report.id, report.data.hex())
 

@@ -106,6 +106,12 @@ class Simulator:
     def __exit__(self, exc_type, exc, tb):
         self.stop()
 
+    def __del__(self):
+        try:
+            self.stop()
+        except Exception:
+            pass
+
     def __repr__(self):
         return f"<tarvel.Simulator {self.port or 'not running'} {' '.join(self.arguments)}>"
 
@@ -125,14 +131,17 @@ class Simulator:
         self._output.clear()
         self._ready.clear()
         self.port = None
-        self.process = subprocess.Popen(
-            [self.program, *self.arguments],
-            stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE,
-            text=True,
-            errors="replace",
-        )
+        try:
+            self.process = subprocess.Popen(
+                [self.program, *self.arguments],
+                stdin=subprocess.DEVNULL,
+                stdout=subprocess.PIPE,
+                stderr=subprocess.PIPE,
+                text=True,
+                errors="replace",
+            )
+        except OSError as error:
+            raise SimulatorError(f"cannot run {self.program}: {error}") from error
         # Both streams are read all the time: a full pipe would stall the device.
         self._readers = [
             threading.Thread(target=self._read, args=(stream,), daemon=True)
