@@ -69,13 +69,19 @@ int Tarvel::_request(unsigned char channelMask, unsigned int id, bool tailFlag, 
     payload.push_back(tailFlag ? 1 : 0);
     if (data != nullptr) payload.insert(payload.end(), data, data + kDlcToLength[dlc]);
 
+    const int key = static_cast<int>((static_cast<unsigned>(channelMask) << 16) | (id & 0xFFFF));
+    // Recorded first: the device may report a frame before its answer arrives.
+    tarvel::session::RequestRecord::Replaced replaced;
+    {
+        std::lock_guard<std::mutex> lock(m_asyncMutex);
+        replaced = m_events->requests.add(channelMask, id & kExtendedIdMax, idFlag, key);
+    }
     const int v = mapAnswer(_exchange(REQUEST_MESSAGE, payload),
                             {{1, -21}, {2, -21}, {3, -21}, {4, -21}, {5, -21}, {kAnswerRefused, -21}});
-    if (v < 0) return v;
-    const int key = static_cast<int>((static_cast<unsigned>(channelMask) << 16) | (id & 0xFFFF));
+    if (v >= 0) return key;
     std::lock_guard<std::mutex> lock(m_asyncMutex);
-    m_events->requests.add(channelMask, id & kExtendedIdMax, idFlag, key);
-    return key;
+    m_events->requests.undo(replaced);
+    return v;
 }
 
 int Tarvel::EnableRequest(unsigned short handler) {

@@ -9,9 +9,28 @@ uint16_t low16(uint32_t id) {
 }
 } // namespace
 
-void RequestRecord::add(unsigned char channelMask, uint32_t id, bool extended, int32_t requestKey) {
-    for (unsigned c = 0; c < kChannels; ++c)
-        if (channelMask & (1u << c)) m_byChannel[c][low16(id)] = RequestIdentity{id, extended, requestKey};
+RequestRecord::Replaced RequestRecord::add(unsigned char channelMask, uint32_t id, bool extended, int32_t requestKey) {
+    Replaced replaced;
+    replaced.handler = low16(id);
+    replaced.channelMask = channelMask;
+    for (unsigned c = 0; c < kChannels; ++c) {
+        if (!(channelMask & (1u << c))) continue;
+        RequestIdentity& entry = m_byChannel[c][low16(id)];
+        replaced.had[c] = entry.requestKey != 0;
+        replaced.was[c] = entry;
+        entry = RequestIdentity{id, extended, requestKey};
+    }
+    return replaced;
+}
+
+void RequestRecord::undo(const Replaced& replaced) {
+    for (unsigned c = 0; c < kChannels; ++c) {
+        if (!(replaced.channelMask & (1u << c))) continue;
+        if (replaced.had[c])
+            m_byChannel[c][replaced.handler] = replaced.was[c];
+        else
+            m_byChannel[c].erase(replaced.handler);
+    }
 }
 
 const RequestIdentity* RequestRecord::conflict(unsigned char channelMask, uint32_t id, bool extended) const {

@@ -21,9 +21,21 @@ class RequestRecord {
 public:
     static constexpr unsigned kChannels = 4;
 
-    // Records a request the device accepted on the channels of `channelMask`
-    // (bits 0..3); an older request on the same channel and handler is replaced.
-    void add(unsigned char channelMask, uint32_t id, bool extended, int32_t requestKey);
+    // What add() replaced, for undo().
+    struct Replaced {
+        uint16_t handler = 0;
+        unsigned char channelMask = 0;
+        bool had[kChannels] = {};
+        RequestIdentity was[kChannels];
+    };
+
+    // Records a request on the channels of `channelMask` (bits 0..3); an
+    // older request on the same channel and handler is replaced. Made before
+    // the request is sent, so that a report arriving before the answer
+    // already finds it.
+    Replaced add(unsigned char channelMask, uint32_t id, bool extended, int32_t requestKey);
+    // Puts back what add() replaced: the device refused the request.
+    void undo(const Replaced& replaced);
     // The live request on one of the channels of `channelMask` that the
     // device could not tell apart from (id, extended): the same low 16 bits,
     // another identifier or format. Null when there is none.

@@ -178,6 +178,16 @@ TEST_F(ReportEvents, RequestsTheDeviceCouldNotTellApartAreRefusedAsAPair) {
     EXPECT_EQ(0x20123, request(0x02, 0x18DA0123, true)) << "another channel tells them apart";
     EXPECT_EQ(0x10123, request(0x01, 0x123, false)) << "the same request again is no conflict";
 
+    // A request the device refuses leaves the record as it was.
+    sim().setResponder(answer(Tarvel::REQUEST_MESSAGE, 0xFFFF));
+    EXPECT_EQ(-21, tarvel.RequestMessage(0x01, 0x1ABC0123, false, true, 8, false, false, nullptr));
+    sim().setResponder(nullptr);
+    inject(0x123, 5);
+    TarvelReport r{};
+    ASSERT_EQ(1, tarvel.WaitReport(r, 5000));
+    EXPECT_EQ(0x123u, r.id);
+    EXPECT_EQ(0, r.extended);
+
     ASSERT_EQ(0, tarvel.RemoveRequest(0x0123));
     EXPECT_EQ(0x10123, request(0x01, 0x18DA0123, true)) << "a removed request is forgotten";
     ASSERT_EQ(0, tarvel.Reset());
