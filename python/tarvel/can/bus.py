@@ -1,7 +1,6 @@
 """TarvelBus: the python-can interface "tarvel"."""
 
 import collections
-import dataclasses
 import threading
 import time
 
@@ -241,15 +240,6 @@ class TarvelBus(can.BusABC):
         """The report as a message of this bus's requests, or None."""
         if report.request_key in requests:
             return message_of(report)
-        if report.request_key == 0:
-            # A report the library filed before it had recorded the request that
-            # asked for it (it records a request when the device's answer is in,
-            # and a frame may be reported just before). The handler names the
-            # request: this bus's requests differ in their low 16 bits, and the
-            # device keeps one request per handler.
-            for key, (can_id, extended) in requests.items():
-                if key & 0xFFFF == report.handler and key >> 16 & (1 << report.channel):
-                    return message_of(dataclasses.replace(report, id=can_id, extended=extended, request_key=key))
         return None  # a request since removed, or another session's
 
     def _recv_internal(self, timeout):
