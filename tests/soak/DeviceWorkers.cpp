@@ -1,0 +1,80 @@
+// The workers that talk to the device itself: control commands and the EEPROM.
+#include <array>
+#include <random>
+#include <set>
+
+#include "Workers.h"
+
+namespace soak {
+
+namespace {
+
+using Block = std::array<uint8_t, 16>;
+
+std::string hex(const Block& b) {
+    static const char digits[] = "0123456789ABCDEF";
+    std::string s;
+    for (uint8_t x : b) {
+        s += digits[x >> 4];
+        s += digits[x & 15];
+    }
+    return s;
+}
+
+} // namespace
+
+void deviceWorker(Context& c) {
+    long long lastClock = -1;
+    for (unsigned i = 0; !c.stop; ++i) {
+        exchange(c, "Ping", {0, -15}, [&] { return c.tarvel.Ping(); });
+        long long clock = 0;
+        if (exchange(c, "GetTime", {0, -15}, [&] { return c.tarvel.GetTime(&clock); }) == 0) {
+            // No restart in a soak: the device's millisecond clock only goes on.
+            if (clock < lastClock)
+                c.tally.fail("GetTime went back from " + std::to_string(lastClock) + " to " + std::to_string(clock));
+            lastClock = clock;
+        }
+        if (i % 8 == 0) exchange(c, "GatewayID", {-15}, [&] { return c.tarvel.GatewayID(1, 0x7E0); });
+    }
+}
+
+// Each slot's possible contents: a write whose answer was lost may or may not
+// have happened; a read that succeeds says which.
+void eepromWorker(Context& c, int index) {
+    constexpr int kSlots = 8;
+    const unsigned short base = static_cast<unsigned short>(0x1000 + 0x100 * index);
+    std::mt19937 rng(static_cast<unsigned>(index) * 7919u + 1u);
+    std::vector<std::set<Block>> possible(kSlots);
+    for (int i = 0; !c.stop; ++i) {
+        const int slot = static_cast<int>(rng() % kSlots);
+        const unsigned short address = static_cast<unsigned short>(base + 16 * slot);
+        if (possible[slot].empty()) { // not known yet, or lost track: read until it is
+            Block b{};
+            if (exchange(c, "ReadEeprom", {0, -15}, [&] { return c.tarvel.ReadEeprom(address, 16, b.data()); }) == 0)
+                possible[slot] = {b};
+            continue;
+        }
+        const unsigned char length = static_cast<unsigned char>(1 + rng() % 16);
+        Block data{};
+        for (auto& x : data)
+            x = static_cast<uint8_t>(rng());
+        const int wrote =
+            exchange(c, "WriteEeprom", {0, -15}, [&] { return c.tarvel.WriteEeprom(address, length, data.data()); });
+        std::set<Block> after;
+        for (Block p : possible[slot]) {
+            if (wrote != 0) after.insert(p);
+            std::copy(data.begin(), data.begin() + length, p.begin());
+            after.insert(p);
+        }
+        Block read{};
+        if (exchange(c, "ReadEeprom", {0, -15}, [&] { return c.tarvel.ReadEeprom(address, 16, read.data()); }) == 0) {
+            if (after.count(read) == 0)
+                c.tally.fail("EEPROM at " + std::to_string(address) + " read back " + hex(read) + " after writing " +
+                             std::to_string(length) + " bytes (" + (wrote == 0 ? "confirmed" : "unconfirmed") + ")");
+            after = {read};
+        }
+        possible[slot] = after.size() <= 64 ? after : std::set<Block>{};
+    }
+}
+
+} // namespace soak
