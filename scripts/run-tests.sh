@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Checks the formatting, then builds and runs every test suite: optimised, the
+# soak on that build (60 s against the simulator with every fault at once), the
 # Python package (pytest, through python-can), under AddressSanitizer +
 # UndefinedBehaviorSanitizer, under ThreadSanitizer, and the Windows build
 # (cross-compiled with MinGW-w64, run under wine against the simulator).
-# Pass suite names to run only those: default python asan tsan windows.
+# Pass suite names to run only those: default soak python asan tsan windows.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 suites=("$@")
-[ ${#suites[@]} -gt 0 ] || suites=(default python asan tsan windows)
+[ ${#suites[@]} -gt 0 ] || suites=(default soak python asan tsan windows)
 bash scripts/install-deps.sh
 bash scripts/check-format.sh
 log=$(mktemp)
@@ -16,6 +17,8 @@ for suite in "${suites[@]}"; do
     echo "=== $suite ==="
     if [ "$suite" = windows ]; then
         bash .ci/windows.sh 2>&1 | tee -a "$log"
+    elif [ "$suite" = soak ]; then
+        bash scripts/run-soak.sh --seconds 60 2>&1 | tee -a "$log"
     elif [ "$suite" = python ]; then
         bash python/run-tests.sh 2>&1 | tee -a "$log"
     else
