@@ -92,7 +92,7 @@ void runSession(FakeDevice& device, int session, std::atomic<int>& called) {
 TEST(Cycles, ConnectionsOverAndOverLeaveMemoryDescriptorsAndThreadsAsTheyWere) {
     FakeDevice device;
     device.misbehave(reportsThenAnswer);
-    const ProcessCounts before = ProcessCounts::now();
+    const ProcessCounts before = ProcessCounts::baseline();
     std::size_t warmResident = 0, warmHeap = 0;
     std::atomic<int> called{0};
     for (int session = 0; session < kSessions; ++session) {

@@ -81,7 +81,7 @@ using Gone = std::tuple<const char*, bool>; // how the device goes, with the rec
 class DeviceGone : public ::testing::TestWithParam<Gone> {
 protected:
     void SetUp() override {
-        before_ = ProcessCounts::now();
+        before_ = ProcessCounts::baseline();
         if (std::string(std::get<0>(GetParam())) == "MasterClosed")
             device_ = std::make_unique<ClosedMaster>();
         else

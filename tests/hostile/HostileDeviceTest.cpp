@@ -50,9 +50,13 @@ Bytes report(uint8_t channel, uint16_t handler, const Bytes& data) {
     return FakeDevice::frame(channel, response::ASYNC_MESSAGE, body);
 }
 
-Bytes operator+(Bytes a, const Bytes& b) {
+Bytes& operator+=(Bytes& a, const Bytes& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
+}
+
+Bytes operator+(Bytes a, const Bytes& b) {
+    return a += b;
 }
 
 struct Hostility {
@@ -112,7 +116,7 @@ const Hostility kHostilities[] = {
      [](const HostPacket& p, std::mt19937&) {
          Bytes out;
          for (int i = 0; i < 300; ++i)
-             out = out + report(static_cast<uint8_t>(4 + i % 252), 0x0123, {1, 2, 3, 4, 5, 6, 7, 8});
+             out += report(static_cast<uint8_t>(4 + i % 252), 0x0123, {1, 2, 3, 4, 5, 6, 7, 8});
          return out + FakeDevice::soundAnswer(p);
      },
      nullptr, 0, 0,
@@ -123,8 +127,8 @@ const Hostility kHostilities[] = {
      [](const HostPacket& p, std::mt19937&) {
          Bytes out;
          for (uint32_t i = 0; i < 2000; ++i)
-             out = out + report(static_cast<uint8_t>(i % 4), 0x0123,
-                                {uint8_t(i >> 24), uint8_t(i >> 16), uint8_t(i >> 8), uint8_t(i), 0, 0, 0, 0});
+             out += report(static_cast<uint8_t>(i % 4), 0x0123,
+                           {uint8_t(i >> 24), uint8_t(i >> 16), uint8_t(i >> 8), uint8_t(i), 0, 0, 0, 0});
          return out + FakeDevice::soundAnswer(p);
      },
      nullptr, 0, 0,
@@ -160,7 +164,7 @@ const Operation kOperations[] = {
 class HostileDevice : public ::testing::TestWithParam<std::tuple<Hostility, bool>> {
 protected:
     void SetUp() override {
-        before_ = ProcessCounts::now();
+        before_ = ProcessCounts::baseline();
         device_ = std::make_unique<FakeDevice>();
         tarvel_ = std::make_unique<Tarvel>();
         tarvel_->ClearPrintStream();

@@ -229,7 +229,7 @@ int main(int argc, char** argv) {
                 s.answerWaitMs, sim.portPath().c_str(), faults.c_str());
 
     Tally tally;
-    m.before = ProcessCounts::now();
+    m.before = ProcessCounts::baseline();
     const bool ran = soakSession(sim.portPath(), s, tally, m);
     m.settled = ProcessCounts::settlesTo(m.before);
     m.after = ProcessCounts::now();
