@@ -320,6 +320,7 @@ private:
     std::unique_ptr<tarvel::session::Events> m_events;
     std::atomic<unsigned int> m_answerWaitMs;
     std::atomic<bool> m_countConsecutiveErrors;
+    std::atomic<bool> m_closingPort; // Disconnect is closing the port under the receiver
 };
 
 #endif

@@ -39,7 +39,9 @@ int Tarvel::RequestSignal(int requestKey, unsigned short StartSymbol, unsigned s
         Printf_err("Tarvel::RequestSignal: Length of signal exceed maximal 64 bits.\n");
         return -1;
     }
-    std::lock_guard<std::mutex> exchange(m_exchangeMutex);
+    // The async map's lock, not the exchange's: reading a signal must not wait
+    // behind a command in progress.
+    std::lock_guard<std::mutex> lock(m_asyncMutex);
     m_signalRequests.push_back({static_cast<uint32_t>(requestKey), StartSymbol, StopSymbol});
     return static_cast<int>(++m_signalRequestCount);
 }
@@ -48,13 +50,15 @@ int Tarvel::_locateSignal(unsigned short handler, bool doRead, RecvAsyncMessage&
                           unsigned int* age) {
     if (!doRead) return -1000;
     if (!m_receiverRunning) return -3;
+    bool registered = false;
     {
-        std::lock_guard<std::mutex> exchange(m_exchangeMutex);
-        if (handler >= m_signalRequests.size()) {
-            Printf_err("Requested signal is not registered! Signal handler: %u\n", handler);
-            return -4;
-        }
-        entry = m_signalRequests[handler];
+        std::lock_guard<std::mutex> lock(m_asyncMutex);
+        registered = handler < m_signalRequests.size();
+        if (registered) entry = m_signalRequests[handler];
+    }
+    if (!registered) {
+        Printf_err("Requested signal is not registered! Signal handler: %u\n", handler);
+        return -4;
     }
     report = ReadAsyncMessage(static_cast<int>(entry[0]));
     if (report.data.empty() || report.key == 0) return -1;

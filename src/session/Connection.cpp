@@ -35,6 +35,7 @@ int Tarvel::Connect(const std::string& port, unsigned int readTimeout, unsigned 
 int Tarvel::Disconnect() {
     std::lock_guard<std::mutex> exchange(m_exchangeMutex);
     _clearHostState();
+    m_closingPort = true;
     const int result = m_serialPort.Disconnect();
     // A receiver that still runs finds the port closed and ends by itself
     // after a few failed reads, which take no time. Waiting for that keeps
@@ -44,6 +45,7 @@ int Tarvel::Disconnect() {
         std::unique_lock<std::mutex> state(m_receiverStateMutex);
         m_receiverState.wait_for(state, kReceiverEndWait, [this] { return m_receiverEnded; });
     }
+    m_closingPort = false;
     m_events->queue.wakeAll();
     return result;
 }
@@ -59,14 +61,15 @@ int Tarvel::GetTimeout(unsigned int& readTimeout, unsigned int& writeTimeout) {
 
 void Tarvel::_clearHostState() {
     {
+        // The reception side: what the receiver files, and the signals read from it.
         std::lock_guard<std::mutex> lock(m_asyncMutex);
         m_asyncMessages.clear();
         m_events->requests.clear();
         m_events->latest.clear();
+        m_signalRequests.assign(1, SignalRequest{0, 0, 0});
+        m_signalRequestCount = 0;
     }
     m_txMessages.clear();
-    m_signalRequests.assign(1, SignalRequest{0, 0, 0});
-    m_signalRequestCount = 0;
     m_signals.clear();
     {
         std::lock_guard<std::mutex> lock(m_syncMutex);

@@ -23,7 +23,8 @@ Tarvel::Tarvel()
     : m_signalRequests(placeholderRequests()), m_receiverRunning(false), m_signalRequestCount(0), m_messageId(0),
       m_deviceVersion(0xFFFF), m_printer(kPrinterChannels, kPrinterSinksPerChannel), m_receiverStopRequested(false),
       m_receiverEnded(true), m_receiveErrors(0), m_invalidUntraced(0), m_badChannelReported(false),
-      m_events(new tarvel::session::Events), m_answerWaitMs(kDefaultAnswerWaitMs), m_countConsecutiveErrors(false) {
+      m_events(new tarvel::session::Events), m_answerWaitMs(kDefaultAnswerWaitMs), m_countConsecutiveErrors(false),
+      m_closingPort(false) {
     if (m_printer.SetPrintStream(std::cerr, TARVEL_ERR) != 0 || m_printer.SetPrintStream(std::cout, TARVEL_INF) != 0) {
         throw std::invalid_argument("Tarvel::Tarvel: Printer's invalid argument!");
     }
@@ -35,7 +36,7 @@ Tarvel::Tarvel(const Tarvel& other)
     : m_signalRequests(placeholderRequests()), m_receiverRunning(false), m_signalRequestCount(0), m_messageId(0),
       m_deviceVersion(0xFFFF), m_printer(other.m_printer), m_receiverStopRequested(false), m_receiverEnded(true),
       m_receiveErrors(0), m_invalidUntraced(0), m_badChannelReported(false), m_events(new tarvel::session::Events),
-      m_answerWaitMs(kDefaultAnswerWaitMs), m_countConsecutiveErrors(false) {}
+      m_answerWaitMs(kDefaultAnswerWaitMs), m_countConsecutiveErrors(false), m_closingPort(false) {}
 
 // Only the sinks are taken over; port, connection, tables and receiver stay.
 Tarvel& Tarvel::operator=(const Tarvel& other) {

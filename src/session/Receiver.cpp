@@ -76,6 +76,8 @@ void Tarvel::_receiverLoop() {
         if (m_receiverStopRequested) m_receiverRunning.exchange(false);
         while (m_receiverRunning.load()) {
             if (!_receiveOne()) {
+                // Disconnect closing the port under it is not a fault of the line.
+                if (m_closingPort) break;
                 std::fprintf(stderr,
                              "Tarvel::Receiver: Too many faults (%d read errors, %d invalid untraced "
                              "answers); the receiver ends.\n",
@@ -86,7 +88,10 @@ void Tarvel::_receiverLoop() {
         }
     }
     _receiverStateChanged(false, true);
-    m_events->queue.wakeAll(); // waiters learn that no more reports will come
+    // Waiters for answers and reports learn that no more will come.
+    { std::lock_guard<std::mutex> lock(m_syncMutex); }
+    m_syncArrived.notify_all();
+    m_events->queue.wakeAll();
 }
 
 bool Tarvel::_receiveOne() {

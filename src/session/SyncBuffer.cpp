@@ -44,6 +44,8 @@ int Tarvel::ReadSyncMessage(unsigned short messageId, RecvMessage& message, unsi
                 lock.unlock();
                 lock.lock();
             }
+            // A receiver that has ended queues nothing more: no use waiting on.
+            if (!m_receiverRunning.load()) break;
             if (m_syncArrived.wait_until(lock, deadline) == std::cv_status::timeout && m_syncBuffer.empty()) {
                 break;
             }

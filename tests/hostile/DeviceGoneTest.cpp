@@ -119,11 +119,9 @@ TEST_P(DeviceGone, TheWaitEndsTheNextFailsAtOnceAndTheSessionCloses) {
     ASSERT_EQ(std::future_status::ready, waiting.wait_for(bounded::kHang)) << "the wait outlived the device";
     EXPECT_EQ(receiver() ? -15 : -14, waiting.get());
     const long long afterGone = bounded::msSince(goneAt);
-    if (receiver()) {
-        EXPECT_LT(afterGone, kAnswerWaitMs + kGoneMs) << "the answer wait bounds it";
-    } else {
-        EXPECT_LT(afterGone, kGoneMs) << "the hang-up ends a direct wait, not its read time-out";
-    }
+    // The hang-up ends the wait: a direct read fails, the receiver ends and
+    // wakes the waiter long before the read time-out or the answer wait.
+    EXPECT_LT(afterGone, kGoneMs);
 
     // Reads fail at once now: the receiver ends itself, the next exchange
     // reads directly and fails without waiting.
