@@ -32,7 +32,7 @@ class SignalPlan:
     """
 
     name: str
-    signal: object  # canmatrix.Signal
+    signal: object = field(repr=False)  # canmatrix.Signal
     kind: str
     bits: Tuple[int, ...]  # least significant first
     start_raw: object
@@ -53,7 +53,7 @@ class FramePlan:
     """One frame a simulated node sends: identifier, length, cycle, initial data, signals."""
 
     name: str
-    frame: object  # canmatrix.Frame
+    frame: object = field(repr=False)  # canmatrix.Frame
     can_id: int
     extended: bool
     length: int
