@@ -97,3 +97,17 @@ def test_a_missing_database_is_named():
         timeout=60,
     )
     assert run.returncode == 2 and "missing.dbc: no such file" in run.stderr
+
+
+def test_the_example_program_runs_on_the_simulated_device():
+    run = subprocess.run(
+        [sys.executable, str(EXAMPLES / "restbus_demo.py")], capture_output=True, text=True, timeout=60
+    )
+    assert run.returncode == 0, run.stderr
+    lines = run.stdout.splitlines()
+    assert "refused: VehicleSpeed: 400 km/h is outside its range 0 to 320 km/h" in lines
+    assert [line.split(",")[0] for line in lines[-3:]] == [
+        "EngineSpeed = 3000 rpm",
+        "CoolantTemperature = 90 degC",
+        "OilPressure = 3.5 bar",
+    ]
