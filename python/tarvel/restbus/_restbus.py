@@ -252,6 +252,9 @@ class RestBus:
         kept until stop()) and starts the session's receiver when it is not
         running; it waits up to ``timeout`` seconds for a frame (TimeoutError
         when none came). Returns a SignalReading: physical value, unit, age.
+        With the receiver running, commands wait for their answers only as
+        long as the device's answer wait (Device.set_answer_wait): give a
+        slow device more.
         """
         frame, signal = self._find(name)
         with self._lock:
