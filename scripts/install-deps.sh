@@ -2,7 +2,8 @@
 # Installs what a fresh Debian 12 machine lacks to build and test TarvelAPI.
 set -euo pipefail
 packages=(cmake g++ make clang-format libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev
-    python3-can python3-canmatrix python3-pytest python3-venv python3-wheel)
+    python3-can python3-canmatrix python3-pytest python3-venv python3-wheel
+    doxygen pkg-config dpkg-dev file)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

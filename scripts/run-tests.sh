@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
 # Checks the formatting, then builds and runs every test suite: optimised, the
 # soak on that build (60 s against the simulator with every fault at once), the
-# Python package (pytest, through python-can), under AddressSanitizer +
+# Python package (pytest, through python-can), the packaging checks (install,
+# CMake package, pkg-config, add_subdirectory, Debian packages, API reference;
+# on the optimised build), under AddressSanitizer +
 # UndefinedBehaviorSanitizer, under ThreadSanitizer, and the Windows build
 # (cross-compiled with MinGW-w64, run under wine against the simulator).
-# Pass suite names to run only those: default soak python asan tsan windows.
+# Pass suite names to run only those: default soak python packaging asan tsan windows.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 suites=("$@")
-[ ${#suites[@]} -gt 0 ] || suites=(default soak python asan tsan windows)
+[ ${#suites[@]} -gt 0 ] || suites=(default soak python packaging asan tsan windows)
 bash scripts/install-deps.sh
 bash scripts/check-format.sh
 log=$(mktemp)
@@ -21,6 +23,10 @@ for suite in "${suites[@]}"; do
         bash scripts/run-soak.sh --seconds 60 2>&1 | tee -a "$log"
     elif [ "$suite" = python ]; then
         bash python/run-tests.sh 2>&1 | tee -a "$log"
+    elif [ "$suite" = packaging ]; then
+        # On the optimised build, configured here when the default suite did not run.
+        [ -f build/default/CMakeCache.txt ] || cmake --preset default >/dev/null
+        bash tests/consumers/run-packaging-tests.sh build/default 2>&1 | tee -a "$log"
     else
         cmake --workflow --preset "$suite" 2>&1 | tee -a "$log"
     fi
