@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # CI: the Windows build. Cross-compiles TarvelAPI.dll and the Windows test
 # programs with MinGW-w64 (preset "windows"), checks the DLL's export table,
-# and runs the tests under wine with the native device simulator behind a
-# COM port. Meant for a fresh Debian 12 machine; installs what it needs.
+# packs the zip (CPack) and builds a program against it, and runs the tests
+# under wine with the native device simulator behind a COM port. Meant for a
+# fresh Debian 12 machine; installs what it needs.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source_dir=$(pwd)
 
-need_packages=(cmake g++ make libgtest-dev libcli11-dev
+need_packages=(cmake g++ make libgtest-dev libcli11-dev unzip
                g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64)
 missing=()
 for p in "${need_packages[@]}"; do
@@ -62,4 +63,27 @@ for lib in $(x86_64-w64-mingw32-objdump -p "$dll" | awk '/DLL Name:/ { print $3 
     esac
 done
 
-TARVEL_SIM=$sim tests/windows/run-wine-tests.sh build/windows
+# The zip a Windows user gets (CPack of the install rules), and a program built
+# against it as a user builds one: with MinGW, find_package(TarvelAPI 1) from
+# the unpacked zip, TarvelAPI.dll shipped next to the executable. The test
+# suite below runs it against the simulator.
+rm -rf build/windows/packages build/windows/zip-consumer
+cpack --config build/windows/CPackConfig.cmake -B build/windows/packages >/dev/null
+zip=$(find build/windows/packages -maxdepth 1 -name 'TarvelAPI-*-win64.zip')
+[ -n "$zip" ] || { echo "windows.sh: cpack made no zip" >&2; exit 1; }
+unzip -q "$zip" -d build/windows/zip-consumer
+unpacked=$(find build/windows/zip-consumer -mindepth 1 -maxdepth 1 -type d)
+for file in bin/TarvelAPI.dll lib/libTarvelAPI.dll.a include/TarvelAPI/TarvelAPI.h \
+    lib/cmake/TarvelAPI/TarvelAPIConfig.cmake lib/pkgconfig/tarvelapi.pc; do
+    [ -f "$unpacked/$file" ] || { echo "windows.sh: $zip has no $file" >&2; exit 1; }
+done
+cmake -S tests/consumers/find-package -B build/windows/zip-consumer/build \
+    --toolchain "$source_dir/cmake/mingw-w64.cmake" -DCMAKE_BUILD_TYPE=Release \
+    -DTarvelAPI_DIR="$source_dir/$unpacked/lib/cmake/TarvelAPI" >/dev/null
+cmake --build build/windows/zip-consumer/build -j2 >/dev/null
+cp "$unpacked/bin/TarvelAPI.dll" build/windows/zip-consumer/build/
+echo "windows.sh: $(basename "$zip") ($(unzip -Z1 "$zip" | grep -vc '/$') files); consumer built against it"
+
+TARVEL_SIM=$sim TARVEL_WINE_PROGRAMS="$source_dir/build/windows/zip-consumer/build/consumer_cpp.exe
+$source_dir/build/windows/zip-consumer/build/consumer_c.exe" \
+    tests/windows/run-wine-tests.sh build/windows

@@ -12,6 +12,8 @@
 #                    comparison uses the next one)
 #   TARVEL_NATIVE_BUILD  native build whose C example is compared on the wire
 #                    (default: build/default)
+#   TARVEL_WINE_PROGRAMS  more programs (.exe paths, whitespace-separated) to run
+#                    against the simulator, each with the COM port as argument
 set -euo pipefail
 
 source_dir=$(cd "$(dirname "$0")/../.." && pwd)
@@ -117,6 +119,18 @@ for example in basic basic_cpp receive_cpp; do
     else
         echo "run-wine-tests: $example.exe against the simulator: FAILED" >&2
         cat "$build_dir/$example.log" >&2
+        status=1
+    fi
+done
+# Programs built outside the tree against the DLL (.ci/windows.sh: against the
+# zip), each with TarvelAPI.dll next to it as an application ships it.
+for exe in ${TARVEL_WINE_PROGRAMS:-}; do
+    name=$(basename "$exe" .exe)
+    if timeout 120 wine "$exe" "COM$com" </dev/null >"$build_dir/$name.log" 2>&1; then
+        echo "run-wine-tests: $name.exe against the simulator: passed ($(tr -d '\r' <"$build_dir/$name.log"))"
+    else
+        echo "run-wine-tests: $name.exe against the simulator: FAILED" >&2
+        cat "$build_dir/$name.log" >&2
         status=1
     fi
 done
