@@ -85,7 +85,8 @@ public:
     ~SerialPort();
 
     /// Opens the device and applies the line settings (the time-outs are
-    /// SetTimeout's).
+    /// SetTimeout's). On Linux it also asks the driver for low latency, where
+    /// the driver has that setting (USB serial adapters).
     /// @param name a name with '/' is a device path; a bare name is looked up
     ///        in /dev/ (on Windows: `\\.\<name>`)
     /// @param baud bits per second
