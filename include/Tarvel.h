@@ -49,12 +49,13 @@ struct Events;
 /// runs the sender thread of its SerialPort (it writes the queued frames), the
 /// receiver thread (StartReceiver to StopReceiver: it reads every frame, hands
 /// answers to the waiting operation and files reports) and, while a report
-/// callback is set, the delivery thread that calls it. Copying or assigning a
-/// session, DebugComm and destruction need the session to themselves: no other
-/// thread may use it meanwhile, and the destructor may not run inside the
-/// report callback. Print sinks are called on whichever thread prints, possibly
-/// while the exchange lock is held: they must not call operations of the
-/// session other than its print functions.
+/// callback is set, the delivery thread that calls it. Copying, assigning and
+/// destroying a session need it to themselves: no other thread may use it
+/// meanwhile, and the destructor may not run inside the report callback.
+/// DebugComm may not run on two threads at once. Print sinks are called on
+/// whichever thread prints (the receiver writes the trace), possibly while the
+/// exchange lock is held: they must not call operations of the session other
+/// than its print functions.
 ///
 /// @par Reports
 /// The session prints on three channels (LOG_LEVELS_TARVEL): errors (by default
@@ -148,7 +149,7 @@ public:
     /// device's tables (transmit messages, signals, requests, registered signal
     /// reads, the latest reports, queued answers; not the report queue);
     /// a running receiver ends by itself (waited for up to 1 s), and every
-    /// WaitReport returns.
+    /// waiter in WaitReport is woken.
     int Disconnect();
     /// Sets the port's read and write time-outs in ms (read 0xFFFFFFFF: no
     /// limit): 0; -1 (kept the old values, for example when the port is not

@@ -90,8 +90,9 @@ TARVEL_API int TARVEL_CALL ConnectTarvel(Tarvel* tarvel, const char* port, unsig
                                          unsigned int writeTimeout);
 /** Closes the port: 0, or -1 when the port could not be closed. Forgets
  * what the session knew of the device's tables (transmit messages, signals,
- * requests, registered signal reads, the latest reports); a running receiver ends by itself (waited for up to 1 s), and
- * every WaitReportTarvel returns. */
+ * requests, registered signal reads, the latest reports); a running receiver
+ * ends by itself (waited for up to 1 s), and every waiter in WaitReportTarvel
+ * is woken. */
 TARVEL_API int TARVEL_CALL DisconnectTarvel(Tarvel* tarvel);
 
 /** Starts the receiver thread, which reads every frame from the line,
@@ -278,8 +279,9 @@ TARVEL_API int TARVEL_CALL SignalReadValue64Tarvel(Tarvel* tarvel, unsigned shor
  * channel full, at most 5 sinks per channel) and the session's own print
  * channels (LOG_LEVELS_TARVEL). A message goes to every sink of its channel
  * in the order they were added, on the thread that prints (the caller's, the
- * receiver's or the sender's). A sink must not call operations of the session
- * other than its print functions. */
+ * receiver's for the trace, the delivery thread's for operations the report
+ * callback calls). A sink must not call operations of the session other than
+ * its print functions. */
 /** @{ */
 
 /** Writes the session's trace to fileName, started afresh: every packet in
