@@ -1,8 +1,10 @@
-# What `cmake --install` puts under the prefix, in three components that the
-# Debian packages follow (see Packaging.cmake):
+# What `cmake --install` puts under the prefix, in components that the Debian
+# packages follow (see Packaging.cmake):
 #   runtime      the shared library with its SONAME link, licence and README
 #   development  headers, the linker name link, the CMake package, tarvelapi.pc
-#   tools        the programs tarvel and tarvel-sim, and the Python package
+#                and the API reference when it has been built
+#   tools        the programs tarvel and tarvel-sim
+#   python       the Python package (PythonInstall.cmake)
 # The headers go to include/TarvelAPI/ (names like SerialPort.h must not land
 # in a shared include directory); the CMake package and the pkg-config file
 # put that directory on the include path, so `#include <TarvelAPI.h>` works.
