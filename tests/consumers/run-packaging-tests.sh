@@ -5,11 +5,13 @@
 #   1. the API reference builds without a warning (target docs);
 #   2. `cmake --install` into a fresh prefix: the files, their links and SONAME;
 #   3. find_package(TarvelAPI 1 REQUIRED) from that prefix (and version 2 refused);
-#   4. pkg-config --cflags --libs tarvelapi from that prefix, plain C;
+#   4. pkg-config --cflags --libs tarvelapi from that prefix, plain C; the
+#      Python package from that prefix (consumer.py);
 #   5. add_subdirectory of the tree with CLI11, GoogleTest, Google Benchmark and
 #      Doxygen hidden from CMake: only the library is built;
-#   6. the Debian packages made by CPack: installed with apt-get, a consumer
-#      built against them, removed again (needs root or sudo).
+#   6. the Debian packages made by CPack: installed with apt-get, consumers
+#      built against them (and the Python one) run, removed again (needs root
+#      or sudo).
 # Reuses a configured build of the tree (default build/default) and writes
 # its scratch files to <build>/packaging (kept when a step fails).
 #
@@ -100,6 +102,24 @@ run_consumer() {
     fi
 }
 
+# run_python NAME LIBRARY SITE [VAR=VALUE...]: consumer.py on the simulator with
+# Debian's python3, expecting the package in SITE and the library file LIBRARY.
+run_python() {
+    local name=$1 library=$2 site=$3
+    shift 3
+    if (cd "$work" && env -u TARVEL_LIBRARY -u PYTHONPATH "$@" timeout 60 /usr/bin/python3 "${python_flags[@]}" \
+        "$consumers/consumer.py" "$link" "$version" "$library" "$site") </dev/null >"$work/python.out" 2>&1; then
+        pass "$name ($(cat "$work/python.out"))"
+    else
+        cat "$work/python.out" >&2
+        fail "$name against the simulator"
+    fi
+}
+python_package=false
+[ -f "$source_dir/python/tarvel/__init__.py" ] && python_package=true
+python_site=lib/python3/dist-packages
+python_flags=(-B) # no byte code in the prefix
+
 rm -rf "$work"
 mkdir -p "$work"
 
@@ -125,6 +145,12 @@ for file in lib/libTarvelAPI.so lib/libTarvelAPI.so.1 "lib/libTarvelAPI.so.$vers
     share/doc/TarvelAPI/html/index.html; do
     [ -e "$prefix/$file" ] || missing+=("$file")
 done
+if $python_package; then
+    for file in "$python_site/tarvel/__init__.py" "$python_site/tarvel/can/__init__.py" \
+        "$python_site/tarvel-$version.dist-info/entry_points.txt"; do
+        [ -e "$prefix/$file" ] || missing+=("$file")
+    done
+fi
 links="$(readlink "$prefix/lib/libTarvelAPI.so") $(readlink "$prefix/lib/libTarvelAPI.so.1")"
 soname=$(readelf -d "$prefix/lib/libTarvelAPI.so.$version" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')
 if [ ${#missing[@]} -gt 0 ]; then
@@ -168,6 +194,10 @@ else
     fail "pkg-config --cflags --libs tarvelapi"
 fi
 unset PKG_CONFIG_PATH
+if $python_package; then
+    run_python "Python package" "$prefix/lib/libTarvelAPI.so.1" "$prefix/$python_site" \
+        PYTHONPATH="$prefix/$python_site" TARVEL_LIBRARY="$prefix/lib/libTarvelAPI.so.1"
+fi
 
 # --- 5. add_subdirectory ---------------------------------------------------------------------
 hidden=()
@@ -194,7 +224,9 @@ else
         mapfile -t debs < <(find "$build/packages" -maxdepth 1 -name '*.deb' | sort)
         for deb in "${debs[@]}"; do deb_names+=("$(dpkg-deb -f "$deb" Package)"); done
         echo "packaging: made ${deb_names[*]}"
-        if [ ${#debs[@]} -lt 3 ]; then
+        expected=3
+        $python_package && expected=4
+        if [ ${#debs[@]} -ne $expected ]; then
             fail "cpack made ${#debs[@]} packages: ${deb_names[*]}"
         elif quietly "$work/apt-install.log" apt_get install "${debs[@]}"; then
             link_deb=$work/tarvel-device-deb
@@ -206,13 +238,21 @@ else
                 link=$link_deb
                 run_consumer "Debian packages: find_package, C++" "$work/deb-find-package/consumer_cpp" /usr/lib
                 run_consumer "Debian packages: pkg-config, C" "$work/consumer_deb_c" /usr/lib
+                if $python_package; then
+                    # With byte code written, as a user's first import as root does: the
+                    # removal must take it away too.
+                    python_flags=()
+                    run_python "Debian packages: Python" /usr/lib/libTarvelAPI.so.1 "/usr/$python_site"
+                fi
             else
                 fail "Debian packages: building a consumer against them"
             fi
             /usr/bin/tarvel --version >/dev/null 2>&1 || fail "Debian packages: /usr/bin/tarvel does not run"
             if quietly "$work/apt-remove.log" apt_get purge "${deb_names[@]}"; then
-                left=$(ls /usr/lib/libTarvelAPI* /usr/include/TarvelAPI /usr/lib/cmake/TarvelAPI \
-                    /usr/lib/pkgconfig/tarvelapi.pc /usr/bin/tarvel /usr/bin/tarvel-sim 2>/dev/null || true)
+                left=$(ls -d /usr/lib/libTarvelAPI* /usr/include/TarvelAPI /usr/lib/cmake/TarvelAPI \
+                    /usr/lib/pkgconfig/tarvelapi.pc /usr/bin/tarvel /usr/bin/tarvel-sim \
+                    /usr/share/doc/TarvelAPI "/usr/$python_site/tarvel" "/usr/$python_site"/tarvel-*.dist-info \
+                    2>/dev/null || true)
                 if [ -n "$left" ]; then
                     fail "Debian packages: left behind after removal: $left"
                 else
