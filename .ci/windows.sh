@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source_dir=$(pwd)
 
-need_packages=(cmake g++ make libgtest-dev libcli11-dev unzip
+need_packages=(cmake g++ make libgtest-dev libcli11-dev unzip pkg-config
                g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64)
 missing=()
 for p in "${need_packages[@]}"; do
@@ -77,6 +77,9 @@ for file in bin/TarvelAPI.dll lib/libTarvelAPI.dll.a include/TarvelAPI/TarvelAPI
     lib/cmake/TarvelAPI/TarvelAPIConfig.cmake lib/pkgconfig/tarvelapi.pc; do
     [ -f "$unpacked/$file" ] || { echo "windows.sh: $zip has no $file" >&2; exit 1; }
 done
+# Its pkg-config file finds the unpacked zip from its own place.
+read -r pc_include < <(PKG_CONFIG_PATH=$unpacked/lib/pkgconfig pkg-config --cflags-only-I tarvelapi)
+[ -f "${pc_include#-I}/TarvelAPI.h" ] || { echo "windows.sh: tarvelapi.pc in $zip gives $pc_include" >&2; exit 1; }
 cmake -S tests/consumers/find-package -B build/windows/zip-consumer/build \
     --toolchain "$source_dir/cmake/mingw-w64.cmake" -DCMAKE_BUILD_TYPE=Release \
     -DTarvelAPI_DIR="$source_dir/$unpacked/lib/cmake/TarvelAPI" >/dev/null

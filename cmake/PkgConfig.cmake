@@ -23,6 +23,7 @@ function(tarvel_install_pkgconfig template destination)
     if(WIN32)
         # From <prefix>/<destination> back up to <prefix>.
         file(RELATIVE_PATH up /root/${destination} /root)
+        string(REGEX REPLACE "/$" "" up "${up}")
         set(TARVEL_PC_PREFIX "\${pcfiledir}/${up}")
         configure_file(${template} ${final} @ONLY)
     else()
