@@ -123,8 +123,10 @@ python_flags=(-B) # no byte code in the prefix
 rm -rf "$work"
 mkdir -p "$work"
 
-# --- what the steps need from the build ---------------------------------------------
-quietly "$work/build.log" cmake --build "$build" -j2 --target TarvelAPI tarvel tarvel-sim
+# --- what the steps need from the build (cpack builds the rest) ------------------------
+targets=(TarvelAPI tarvel tarvel-sim)
+$python_package && targets+=(tarvel_python_metadata)
+quietly "$work/build.log" cmake --build "$build" -j2 --target "${targets[@]}"
 
 # --- 1. API reference -----------------------------------------------------------------
 if quietly "$work/docs.log" cmake --build "$build" --target docs; then
