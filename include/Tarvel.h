@@ -169,7 +169,8 @@ public:
     int SendCommandHandler(CMD cmd, unsigned short handler, const ByteVector& payload, bool tracked);
     /// Waits for the answer to the last tracked command and returns its value
     /// (up to two data bytes, big-endian). With the receiver running: from the
-    /// answers it queued, for the answer wait (SetAnswerWait); -5 none in time.
+    /// answers it queued, for the answer wait (SetAnswerWait); -5 none in time
+    /// (or the receiver ended meanwhile).
     /// Otherwise the line is read directly until the answer comes, at most for
     /// the read time-out (reports read meanwhile are not filed): -4 no valid
     /// answer, or an error answer (COMMAND_FAILED, PACKET_ERROR,
@@ -184,7 +185,8 @@ public:
     int GetBytesResponse(ByteVector& data, bool quiet);
     /// Takes the answer with messageId from the answers the receiver queued,
     /// waiting up to polls ms; answers queued before it are dropped. 0 with
-    /// message filled; -1 the receiver is not running; -2 not found in time.
+    /// message filled; -1 the receiver is not running; -2 not found in time (or
+    /// the receiver ended meanwhile).
     /// Both reported on the error channel unless quiet.
     int ReadSyncMessage(unsigned short messageId, RecvMessage& message, unsigned short polls, bool quiet);
 
