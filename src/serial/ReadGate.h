@@ -34,12 +34,22 @@ public:
     void interrupt();
 
 private:
-    enum class Holder { None, Read, Control };
+    // The state word: who holds the read side, whether the holding read was
+    // cancelled, and how many wait at the mutex (controls, readers, a cancel
+    // under way). A read with nobody else around takes and leaves the gate
+    // with one atomic operation each; everything else goes through the mutex.
+    static constexpr unsigned kRead = 1;
+    static constexpr unsigned kControl = 2;
+    static constexpr unsigned kCancelled = 4;
+    static constexpr unsigned kWaiter = 8;
+
+    // Cancels the holding read once; with the mutex and a waiter count held.
+    void cancelHolder();
 
     PortDevice* const& m_device;
+    std::atomic<unsigned> m_state{0};
     std::mutex m_mutex;
     std::condition_variable m_free;
-    Holder m_holder = Holder::None;
     unsigned m_controlsWaiting = 0;
 };
 
