@@ -1,6 +1,6 @@
 // A user's view: messages and signals configured on the device, reported back
 // through requests over the virtual bus and read as signal values.
-#include "../device/ScriptedAnswers.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 
 using namespace scripted;

@@ -1,5 +1,5 @@
 // Reception requests: payloads, request keys and answer mappings.
-#include "../device/ScriptedAnswers.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 
 using namespace scripted;

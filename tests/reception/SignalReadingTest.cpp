@@ -1,6 +1,6 @@
 // Signal registration and extraction from reports the receiver filed.
-#include "../device/ScriptedAnswers.h"
 #include "CaptureStderr.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 #include "tarvelsim/Wire.h"
 

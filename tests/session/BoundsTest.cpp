@@ -5,9 +5,9 @@
 #include <functional>
 #include <future>
 
-#include "../device/ScriptedAnswers.h"
 #include "CaptureStderr.h"
 #include "Pty.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 #include "TarvelTestAccess.h"
 #include "protocol/Packet.h"

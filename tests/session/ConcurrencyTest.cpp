@@ -3,7 +3,7 @@
 #include <thread>
 #include <vector>
 
-#include "../device/ScriptedAnswers.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 #include "TarvelTestAccess.h"
 

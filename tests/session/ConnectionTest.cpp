@@ -2,7 +2,7 @@
 // simulated device.
 #include <string>
 
-#include "../device/ScriptedAnswers.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 #include "TarvelTestAccess.h"
 

@@ -1,8 +1,8 @@
 // Waiting for answers without the receiver: the session reads the line itself.
 #include <optional>
 
-#include "../device/ScriptedAnswers.h"
 #include "CaptureStderr.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 #include "TarvelTestAccess.h"
 #include "tarvelsim/Wire.h"

@@ -3,7 +3,8 @@
 #include <functional>
 #include <future>
 
-#include "../device/ScriptedAnswers.h"
+#include "CaptureStderr.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 #include "TarvelTestAccess.h"
 #include "tarvelsim/Wire.h"
@@ -59,9 +60,9 @@ TEST_F(Receiver, AnswersAreCollectedFromTheSyncBuffer) {
 
     // An error answer is printed by the receiver; the wait finds nothing.
     sim().setResponder(answer(Tarvel::PING, Tarvel::COMMAND_FAILED, {}));
-    ::testing::internal::CaptureStderr();
+    CaptureStderr capture;
     const int failed = TarvelTestAccess::exchange(tarvel, Tarvel::PING, {});
-    const std::string printed = ::testing::internal::GetCapturedStderr();
+    const std::string printed = capture.stop();
     EXPECT_EQ(-15, failed);
     EXPECT_NE(std::string::npos, printed.find("TarvelAPI::Receive: COMMAND_FAILED 9!\n")) << printed;
     EXPECT_NE(std::string::npos, err.str().find("Message with message ID: 9 not found.\n")) << err.str();
@@ -120,7 +121,7 @@ TEST_F(Receiver, TheAsyncMapKeepsTheLatestReportPerKey) {
 }
 
 TEST_F(Receiver, MalformedTrafficIsDroppedWithoutHarm) {
-    ::testing::internal::CaptureStderr();
+    CaptureStderr capture;
     sim().sendPacket({1, Tarvel::ASYNC_MESSAGE, {0x01, 0x23}});                   // no header
     sim().sendPacket({1, Tarvel::ASYNC_MESSAGE, {0x01, 0x24, 0x08, 1, 2, 3, 4}}); // 4 of 8 bytes
     sim().sendRaw(tarvelsim::slipEncode({0x00, 0x06, 0x00, 0x06}));               // 4 bytes: no response id
@@ -131,7 +132,7 @@ TEST_F(Receiver, MalformedTrafficIsDroppedWithoutHarm) {
     sim().sendPacket({3, 0x85, {0x01}});
     sim().sendPacket({0, Tarvel::DATA_RESPONSE_A, {0x02}}); // answers nothing
     barrier();
-    const std::string printed = ::testing::internal::GetCapturedStderr();
+    const std::string printed = capture.stop();
     EXPECT_TRUE(running());
     EXPECT_EQ(0u, TarvelTestAccess::asyncMapSize(tarvel));
     EXPECT_EQ(0u, TarvelTestAccess::syncBufferSize(tarvel));
@@ -144,14 +145,14 @@ TEST_F(Receiver, MalformedTrafficIsDroppedWithoutHarm) {
 // It ends after the 21st invalid untraced answer, and when reads fail after a
 // Disconnect; either way it can start again.
 TEST_F(Receiver, EndsByItselfOnBadTrafficOrAClosedPort) {
-    ::testing::internal::CaptureStderr();
+    CaptureStderr capture;
     for (int i = 0; i < 20; ++i)
         sim().sendPacket({0, Tarvel::OK, {0x00, 0x05}});
     barrier();
     EXPECT_TRUE(running());
     sim().sendPacket({0, Tarvel::OK, {0x00, 0x05}});
     EXPECT_TRUE(eventually([&] { return !running(); }));
-    const std::string printed = ::testing::internal::GetCapturedStderr();
+    const std::string printed = capture.stop();
     EXPECT_NE(std::string::npos,
               printed.find("Tarvel::Receiver: Invalid return value of some untraced commands. 0x0005\n"))
         << printed;

@@ -11,11 +11,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 
+#include "Wait.h"
 #include "tarvelsim/Simulator.h"
 #include "tarvelsim/Wire.h"
 
@@ -23,16 +22,6 @@ namespace simtest {
 
 using namespace tarvelsim;
 using Clock = std::chrono::steady_clock;
-
-// Polls a condition for up to 5 s.
-inline bool eventually(const std::function<bool()>& condition) {
-    const auto deadline = Clock::now() + std::chrono::seconds(5);
-    while (!condition()) {
-        if (Clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
 
 inline int msUntil(Clock::time_point deadline) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();

@@ -25,7 +25,7 @@ TEST_F(ToolTest, DeviceCommands) {
     };
     for (const auto& [args, pattern] : builtIn) {
         SCOPED_TRACE(args[0]);
-        ToolResult r = runTool(args);
+        ProcessResult r = runTool(args);
         expectSuccess(r);
         EXPECT_TRUE(matches(r.out, pattern)) << r.out;
         EXPECT_THAT(r.err, HasSubstr("using the built-in simulated device (/dev/pts/"));
@@ -34,7 +34,7 @@ TEST_F(ToolTest, DeviceCommands) {
     // A device of the test's own: the command reaches it, and the trace.
     auto& dev = device();
     const std::string trace = file("trace.txt");
-    ToolResult set = runOnDevice({"--trace", trace, "time", "0x12345678"});
+    ProcessResult set = runOnDevice({"--trace", trace, "time", "0x12345678"});
     expectSuccess(set);
     EXPECT_EQ("time: set to 305419896\n", set.out);
     EXPECT_GE(dev.clock(), 0x12345678u);
@@ -48,18 +48,18 @@ TEST_F(ToolTest, DeviceCommands) {
     tarvelsim::Options old;
     old.versionStatus = 0xFFFF;
     device(old);
-    ToolResult version = runOnDevice({"version"});
+    ProcessResult version = runOnDevice({"version"});
     expectSuccess(version);
     EXPECT_EQ("version: 0\n", version.out);
 
     // Failures name the operation, the code and its meaning; exit status 1.
-    ToolResult silentBuiltIn = runTool({"--sim-fault", "silent", "--read-timeout", "200", "ping"});
+    ProcessResult silentBuiltIn = runTool({"--sim-fault", "silent", "--read-timeout", "200", "ping"});
     EXPECT_EQ(1, silentBuiltIn.exitCode);
     EXPECT_THAT(silentBuiltIn.err, HasSubstr("failed: -314: the device did not answer the version query"));
     tarvelsim::Options silent;
     silent.faults.silent = true;
     device(silent);
-    ToolResult silentPort = runTool(onDevice({"version"}, "200"));
+    ProcessResult silentPort = runTool(onDevice({"version"}, "200"));
     EXPECT_EQ(1, silentPort.exitCode);
     EXPECT_THAT(silentPort.err, HasSubstr("Connect to " + file("tty") + " failed: -314: "));
     EXPECT_THAT(silentPort.err, HasSubstr("tarvel: the read time-out is 200 ms; --read-timeout MS changes it\n"));
@@ -79,12 +79,12 @@ TEST_F(ToolTest, RestartsWaitUntilTheDeviceAnswers) {
     };
     for (const auto& [args, pattern] : restarts) {
         SCOPED_TRACE(args[0]);
-        ToolResult restart = runOnDevice(args);
+        ProcessResult restart = runOnDevice(args);
         expectSuccess(restart);
         std::smatch waited;
         ASSERT_TRUE(std::regex_match(restart.out, waited, std::regex(pattern))) << restart.out;
         EXPECT_GE(std::stoi(waited[1]), 500); // not before the device could answer
-        ToolResult ping = runOnDevice({"ping"});
+        ProcessResult ping = runOnDevice({"ping"});
         expectSuccess(ping);
         EXPECT_TRUE(matches(ping.out, "ping: seq=1 status=0 time=[0-9.]+ ms\n" + kSummary)) << ping.out;
     }
@@ -93,12 +93,12 @@ TEST_F(ToolTest, RestartsWaitUntilTheDeviceAnswers) {
     tarvelsim::Options deaf;
     deaf.bootTimeMs = 60000;
     auto& dev = device(deaf);
-    ToolResult noWait = runOnDevice({"reset", "--no-wait"});
+    ProcessResult noWait = runOnDevice({"reset", "--no-wait"});
     expectSuccess(noWait);
     EXPECT_EQ("reset: device reset; not waiting for it to answer again\n", noWait.out);
     EXPECT_TRUE(dev.booting());
     device(deaf);
-    ToolResult tooShort = runOnDevice({"bootloader", "--wait", "300"});
+    ProcessResult tooShort = runOnDevice({"bootloader", "--wait", "300"});
     EXPECT_EQ(1, tooShort.exitCode);
     EXPECT_EQ("tarvel: bootloader: the device did not answer within 300 ms of the restart (--wait MS waits longer, "
               "--no-wait not at all)\n",
@@ -111,7 +111,7 @@ TEST_F(ToolTest, PingCountsLostAnswers) {
     tarvelsim::Options dropping;
     dropping.faults.dropEvery = 2;
     device(dropping);
-    ToolResult r = runTool(onDevice({"ping", "-c", "5"}, "200"));
+    ProcessResult r = runTool(onDevice({"ping", "-c", "5"}, "200"));
     EXPECT_EQ(1, r.exitCode) << r.err;
     auto out = lines(r.out);
     ASSERT_EQ(6u, out.size()) << r.out;

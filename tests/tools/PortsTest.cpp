@@ -36,7 +36,7 @@ TEST_F(ToolTest, PortsAndPortNames) {
     fs::create_directories(sys);
 
     // A machine without serial hardware.
-    ToolResult none = runTool({"ports"}, roots);
+    ProcessResult none = runTool({"ports"}, roots);
     expectSuccess(none);
     EXPECT_THAT(none.out, HasSubstr("ports: no serial ports found"));
 
@@ -62,7 +62,7 @@ TEST_F(ToolTest, PortsAndPortNames) {
     fs::create_directories(sys + "/devices/virtual/tty/tty0");
     link(sys + "/class/tty/tty0", "../../devices/virtual/tty/tty0");
 
-    ToolResult listed = runTool({"ports"}, roots);
+    ProcessResult listed = runTool({"ports"}, roots);
     expectSuccess(listed);
     EXPECT_EQ(dev + "/ttyS0    built-in serial port (pnp)\n" + dev +
                   "/ttyUSB0  USB 0403:6001  FTDI FT232R USB UART (serial A50285BI)  " + dev +
@@ -71,22 +71,22 @@ TEST_F(ToolTest, PortsAndPortNames) {
 
     // A bare --port name is looked up in the device directory, and a failure
     // names the path that was tried.
-    ToolResult missing = runTool({"--port", "tarvel-no-such-port", "ping"});
+    ProcessResult missing = runTool({"--port", "tarvel-no-such-port", "ping"});
     EXPECT_EQ(1, missing.exitCode);
     EXPECT_THAT(missing.err, HasSubstr("tarvel: Connect to /dev/tarvel-no-such-port failed: -2: cannot open the port"));
     auto& simulated = device();
     link(dev + "/tarvel0", file("tty"));
-    ToolResult bare = runTool({"--port", "tarvel0", "version"}, roots);
+    ProcessResult bare = runTool({"--port", "tarvel0", "version"}, roots);
     expectSuccess(bare);
     EXPECT_EQ("version: 100\n", bare.out);
-    ToolResult fromDev = runTool({"--port", "tarvel0", "version"}, roots, dev); // ./tarvel0 is the same file
+    ProcessResult fromDev = runTool({"--port", "tarvel0", "version"}, roots, dev); // ./tarvel0 is the same file
     expectSuccess(fromDev);
 
     // The same bare name in the working directory: refused, nothing opened.
     fs::create_directories(file("work"));
     attribute(file("work/tarvel0"), "");
     simulated.clearLog();
-    ToolResult ambiguous = runTool({"--port", "tarvel0", "version"}, roots, file("work"));
+    ProcessResult ambiguous = runTool({"--port", "tarvel0", "version"}, roots, file("work"));
     EXPECT_EQ(2, ambiguous.exitCode);
     EXPECT_THAT(ambiguous.err,
                 HasSubstr("tarvel: error: --port tarvel0: a bare name means " + dev +

@@ -1,7 +1,7 @@
 // Checksum configurations, gateway identifier and blob removal.
 #include <cstdlib>
 
-#include "../device/ScriptedAnswers.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 
 using namespace scripted;

@@ -1,5 +1,5 @@
 // Transmit message table: payloads, answer mappings and the host-side copy.
-#include "../device/ScriptedAnswers.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 
 using namespace scripted;

@@ -1,5 +1,5 @@
 // Signals: payloads, host-side checks, value alignment and the signal table.
-#include "../device/ScriptedAnswers.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 
 using namespace scripted;

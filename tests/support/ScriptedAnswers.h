@@ -1,19 +1,18 @@
-// Scripted device answers and checks shared by the session, device, transmit
-// and reception tests.
+// Scripted device answers for the tests of a session against the simulator:
+// a responder answers chosen commands, the model answers the rest.
 #ifndef TARVEL_TEST_SCRIPTED_ANSWERS_H
 #define TARVEL_TEST_SCRIPTED_ANSWERS_H
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "TarvelAPI.h"
+#include "Wait.h"
 #include "tarvelsim/Simulator.h"
 
 namespace scripted {
@@ -27,7 +26,7 @@ inline DevicePacket ok(const HostPacket& p, uint16_t value) {
 }
 
 // Answers every packet of `command` (every packet for -1) with what `make`
-// builds for it; the model answers the rest.
+// builds for it.
 inline tarvelsim::Responder on(int command, std::function<std::vector<DevicePacket>(const HostPacket&)> make) {
     return [=](const HostPacket& p) -> std::optional<std::vector<DevicePacket>> {
         if (command >= 0 && p.command != command) return std::nullopt;
@@ -45,16 +44,6 @@ inline tarvelsim::Responder answer(int command, uint16_t value) {
 
 inline tarvelsim::Responder ignore(int command) {
     return on(command, [](const HostPacket&) { return std::vector<DevicePacket>{}; });
-}
-
-// Waits until the condition holds (true) or 5 s pass (false).
-inline bool eventually(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 // Calls `call` with a short read time-out, for calls the device leaves
