@@ -6,8 +6,8 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <thread>
 
-#include "CaptureStderr.h"
 #include "SerialTestSupport.h"
 
 namespace {
@@ -65,29 +65,6 @@ TEST(PortConnect, AlreadyConnectedAndExclusive) {
     EXPECT_EQ(connectLine(other, a.slavePath()), 0);
 }
 
-TEST(PortConnect, ReconnectsToTheSamePtyWithEveryLineSetting) {
-    Pty pty;
-    SerialPort port;
-    struct Line {
-        unsigned baud;
-        unsigned char bits, stop, parity;
-    };
-    // Parity and sizes a pseudo-terminal ignores, and rates without a constant.
-    const Line lines[] = {{2000000, 8, 0, 2}, {2000000, 8, 0, 2}, {115200, 7, 2, 1}, {250000, 5, 0, 3},
-                          {1234567, 6, 2, 4}, {9600, 8, 0, 0},    {2000000, 8, 0, 2}};
-    for (const Line& l : lines) {
-        SCOPED_TRACE(l.baud);
-        ASSERT_EQ(port.Connect(pty.slavePath(), l.baud, l.bits, l.stop, l.parity), 0);
-        ASSERT_EQ(port.SetTimeout(1000, 1000), 0);
-        unsigned char out[3] = {0x0D, 0x11, 0xFF}; // CR, XON and 0xFF: translated or eaten by a cooked line
-        EXPECT_EQ(port.WriteByte(out, 3, false), 3);
-        EXPECT_EQ(pty.read(3), ByteVector(out, out + 3));
-        EXPECT_EQ(port.Disconnect(), 0);
-    }
-    EXPECT_EQ(port.Disconnect(), 0);
-    EXPECT_FALSE(port.IsActive());
-}
-
 TEST(PortState, NewPortAndClosedPortOperations) {
     SerialPort port;
     unsigned r = 7, w = 7;
@@ -133,7 +110,7 @@ TEST_F(PortIo, TimedReadsKeepWhatArrivedUntilFlushDropsIt) {
     EXPECT_EQ(port.ReadByte(buf, 1, false), 0);
     ASSERT_TRUE(pty.write(ByteVector{0x5A}));
     int r = 0;
-    EXPECT_TRUE(waitFor([&] { return (r = port.ReadByte(buf, 1, false)) != 0; }));
+    EXPECT_TRUE(eventually([&] { return (r = port.ReadByte(buf, 1, false)) != 0; }));
     EXPECT_EQ(r, 1);
     EXPECT_EQ(buf[0], 0x5A);
 
@@ -151,6 +128,30 @@ TEST_F(PortIo, TimedReadsKeepWhatArrivedUntilFlushDropsIt) {
     EXPECT_EQ(port.Flush(), 0); // the 6 goes
     ASSERT_EQ(port.SetTimeout(50, 1000), 0);
     EXPECT_EQ(port.ReadByte(buf, 1, false), 0);
+}
+
+TEST_F(PortIo, ATimedReadEndsByItsDeadlineWhileBytesTrickleIn) {
+    // A byte every 20 ms, for up to 4 s: a read of 200 bytes with a time-out
+    // of 300 ms times out, although no gap between two bytes is that long.
+    ASSERT_EQ(port.SetTimeout(300, 1000), 0);
+    std::atomic<bool> stop{false};
+    std::atomic<int> written{0};
+    std::thread writer([&] {
+        for (unsigned char b = 0; b < 200 && !stop; ++b) {
+            if (pty.write(&b, 1)) ++written;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    unsigned char buf[200];
+    const int r = port.ReadByte(buf, 200, false);
+    stop = true;
+    writer.join();
+    EXPECT_EQ(r, 0) << "a partial read must not start the time-out again";
+    // What came is kept, in order, for the next read.
+    ASSERT_EQ(port.SetTimeout(5000, 1000), 0);
+    ASSERT_EQ(port.ReadByte(buf, written, false), written.load());
+    for (int i = 0; i < written; ++i)
+        ASSERT_EQ(i, buf[i]);
 }
 
 TEST_F(PortIo, ReadsLargerThanTheReadAhead) {

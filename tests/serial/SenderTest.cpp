@@ -6,7 +6,6 @@
 #include <atomic>
 #include <future>
 
-#include "CaptureStderr.h"
 #include "SerialTestSupport.h"
 
 namespace {
@@ -32,13 +31,14 @@ TEST_F(Sender, StartsOnFirstWriteStopsOnDisconnectAndRestarts) {
     EXPECT_EQ(pty.read(2), (ByteVector{4, 5}));
 }
 
-TEST_F(Sender, QueuedWritesCountUpArriveInOrderAndAFullQueueOverwritesItsNewest) {
-    // The line is blocked while the far end does not read: the thread sits in
-    // a write of `big`, and what is queued meanwhile waits in the queue.
+// The line is blocked while the far end does not read: the thread sits in a
+// write of `big`, and what is queued meanwhile waits in the queue, also
+// while a Disconnect waits for the thread to stop.
+TEST_F(Sender, QueuedWritesArriveInOrderEvenAcrossAStopAndAFullQueueOverwritesItsNewest) {
     ASSERT_EQ(port.SetTimeout(1000, 60000), 0);
     const ByteVector big(1 << 20, 0x33);
     ASSERT_EQ(queue(port, big), 1);
-    ASSERT_TRUE(waitFor([this] { return SerialPortTestAccess::queued(port) == 0; }));
+    ASSERT_TRUE(eventually([this] { return SerialPortTestAccess::queued(port) == 0; }));
 
     const std::size_t limit = SerialPort::kMaxQueuedBuffers;
     auto entry = [](std::size_t i) {
@@ -55,9 +55,13 @@ TEST_F(Sender, QueuedWritesCountUpArriveInOrderAndAFullQueueOverwritesItsNewest)
         if (i + 1 < limit || i == limit + 1) expected.insert(expected.end(), e.begin(), e.end());
     }
     EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(port.GetDroppedWrites(), 2u);
+    auto disconnected = std::async(std::launch::async, [this] { return port.Disconnect(); });
+    ASSERT_TRUE(eventually([this] { return port.getThrStatus() == SerialPort::STOP_REQ; }));
     ByteVector got = pty.read(expected.size(), 20000);
-    EXPECT_EQ(got.size(), expected.size());
+    EXPECT_EQ(got.size(), expected.size()) << "a stop writes out what was queued before it";
     EXPECT_TRUE(got == expected);
+    EXPECT_EQ(disconnected.get(), 0);
     EXPECT_TRUE(pty.read(1, 100).empty());
 }
 
@@ -72,7 +76,7 @@ TEST_F(Sender, WriteFailuresEndInFailedAndDisconnectMakesItRestartable) {
     const ByteVector chunk(SerialPort::kSendBatchLimit + 1, 0x77);
     for (int i = 0; i < 2 * SerialPort::kMaxSenderErrors && queue(port, chunk) >= 0; ++i) {
     }
-    ASSERT_TRUE(waitFor([this] { return port.getThrStatus() == SerialPort::FAILED; }));
+    ASSERT_TRUE(eventually([this] { return port.getThrStatus() == SerialPort::FAILED; }));
     EXPECT_EQ(queue(port, {2}), -1);
     const std::string text = err.stop();
     EXPECT_NE(text.find("SerialPort::WriteByte WriteFile failed with error: "), std::string::npos);

@@ -1,0 +1,100 @@
+// What the port asks the kernel for when it configures the line. A
+// pseudo-terminal keeps only part of a request (it drops parity and forces
+// 8 data bits), so the request is read on its way to the kernel: this
+// program's ioctl passes every call on unchanged and keeps the last line
+// setting for the test.
+#include <asm/ioctls.h>
+#include <asm/termbits.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdarg>
+
+#include "SerialTestSupport.h"
+#include "TarvelAPI.h"
+
+namespace {
+
+std::mutex g_askedMutex;
+termios2 g_asked{};
+
+termios2 asked() {
+    std::lock_guard<std::mutex> lock(g_askedMutex);
+    return g_asked;
+}
+
+void forget() {
+    std::lock_guard<std::mutex> lock(g_askedMutex);
+    g_asked = termios2{};
+}
+
+const tcflag_t kFraming = CSIZE | CSTOPB | PARENB | PARODD | CMSPAR;
+
+} // namespace
+
+extern "C" int ioctl(int fd, unsigned long request, ...) {
+    va_list args;
+    va_start(args, request);
+    void* arg = va_arg(args, void*);
+    va_end(args);
+    if (request == TCSETS2) {
+        std::lock_guard<std::mutex> lock(g_askedMutex);
+        g_asked = *static_cast<const termios2*>(arg);
+    }
+    return static_cast<int>(::syscall(SYS_ioctl, fd, request, arg));
+}
+
+namespace {
+
+TEST(LineSettings, TheSessionAsksForTwoMegabaudEightDataBitsEvenParityOneStopBit) {
+    Pty pty; // no device behind it: the version query goes unanswered
+    Tarvel tarvel;
+    tarvel.ClearPrintStream();
+    forget();
+    EXPECT_EQ(-314, tarvel.Connect(pty.slavePath(), 10, 1000));
+    const termios2 t = asked();
+    EXPECT_EQ(tcflag_t(CS8 | PARENB), t.c_cflag & kFraming);
+    EXPECT_EQ(2000000u, t.c_ospeed);
+    EXPECT_EQ(2000000u, t.c_ispeed);
+}
+
+TEST(LineSettings, EachSettingIsAskedForAndTheByteStaysRaw) {
+    struct Line {
+        unsigned baud;
+        unsigned char bits, stop, parity;
+        tcflag_t framing;
+    };
+    // Rates without a constant of their own, every size, both stop bits and
+    // every parity; all on the same terminal, connected again and again.
+    const Line lines[] = {{2000000, 8, 0, 2, CS8 | PARENB},
+                          {115200, 7, 2, 1, CS7 | CSTOPB | PARENB | PARODD},
+                          {250000, 5, 0, 3, CS5 | PARENB | PARODD | CMSPAR},
+                          {1234567, 6, 2, 4, CS6 | CSTOPB | PARENB | CMSPAR},
+                          {9600, 8, 0, 0, CS8}};
+    Pty pty;
+    SerialPort port;
+    for (const Line& l : lines) {
+        SCOPED_TRACE(l.baud);
+        forget();
+        ASSERT_EQ(port.Connect(pty.slavePath(), l.baud, l.bits, l.stop, l.parity), 0);
+        const termios2 t = asked();
+        EXPECT_EQ(l.framing, t.c_cflag & kFraming);
+        EXPECT_EQ(tcflag_t(CREAD | CLOCAL), t.c_cflag & (CREAD | CLOCAL | CRTSCTS));
+        EXPECT_EQ(l.baud, t.c_ospeed);
+        EXPECT_EQ(l.baud, t.c_ispeed);
+        EXPECT_EQ(1, t.c_cc[VMIN]);
+        EXPECT_EQ(0, t.c_cc[VTIME]);
+        // CR, XON and 0xFF: translated or eaten by a line that is not raw.
+        ASSERT_EQ(port.SetTimeout(1000, 1000), 0);
+        unsigned char out[3] = {0x0D, 0x11, 0xFF};
+        EXPECT_EQ(port.WriteByte(out, 3, false), 3);
+        EXPECT_EQ(pty.read(3), ByteVector(out, out + 3));
+        ASSERT_TRUE(pty.write(out, 3));
+        unsigned char in[3] = {};
+        EXPECT_EQ(port.ReadByte(in, 3, false), 3);
+        EXPECT_EQ(ByteVector(in, in + 3), ByteVector(out, out + 3));
+        EXPECT_EQ(port.Disconnect(), 0);
+    }
+}
+
+} // namespace
