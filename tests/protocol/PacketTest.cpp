@@ -42,10 +42,3 @@ TEST(Packet, MessageIdSequenceSkipsReservedIds) {
         EXPECT_EQ(nextMessageId(reserved), 5) << int(reserved);
     }
 }
-
-TEST(Packet, DlcTable) {
-    const unsigned char expected[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
-    for (int dlc = 0; dlc < 16; ++dlc) {
-        EXPECT_EQ(Tarvel::kDlcToLength[dlc], expected[dlc]) << dlc;
-    }
-}

@@ -62,8 +62,9 @@ TEST_F(Validation, ParseMessageResultsReportsAndTrace) {
         {{0x01, 0x00, 0x90, 0x00, 0x91}, 0, 0, "", {0x00, Tarvel::ASYNC_MESSAGE, {}}},
         {{}, 0, -4, ""}, // nothing came: neither a report nor a trace line
         {{0x01, 0x0A, 0xFF}, 0, -1, bad + "length 0x01 0x0A 0xFF !\n"},
-        // Length byte one too large, checksum right for the bytes present.
+        // Length byte one too large, or one too small; checksum right for the bytes present.
         {{0x03, 0x05, 0x80, 0x01, 0x00, 0x89}, 0, -1, bad + "length 0x03 0x05 0x80 0x01 0x00 0x89 !\n"},
+        {{0x01, 0x05, 0x80, 0x01, 0x00, 0x87}, 0, -1, bad + "length 0x01 0x05 0x80 0x01 0x00 0x87 !\n"},
         // Four bytes (length byte 0) with a right checksum hold no response id;
         // with a wrong checksum the same four bytes are a checksum fault.
         {{0x00, 0x80, 0x00, 0x80}, 0, -1, bad + "length 0x00 0x80 0x00 0x80 !\n"},
@@ -71,7 +72,6 @@ TEST_F(Validation, ParseMessageResultsReportsAndTrace) {
         {badSum, 0, -2, bad + "Checksum 0x03 0x09 0x80 0x13 0x34 0x00 0xD2 !\n"},
         // Any non-zero quiet level suppresses the report but not the trace line.
         {badSum, 2, -2, ""},
-        {badSum, 1, -2, ""},
         {badSum, -1, -2, ""},
         {{0x01}, 1, -1, ""},
     };
@@ -102,6 +102,10 @@ TEST_F(Validation, CheckMessageResultsAndReports) {
         // Six bytes give an expected length of 2; the byte says 5.
         {wrongLength, false, -1, "Tarvel::CheckMessage: Invalid message length. Length: 2, Assumed: 5\n"},
         {wrongLength, true, -1, ""},
+        {{0x01, 0x05, 0x80, 0x01, 0x00, 0x87},
+         false,
+         -1,
+         "Tarvel::CheckMessage: Invalid message length. Length: 2, Assumed: 1\n"},
         // Checksum faults are never reported here.
         {{0x03, 0x05, 0x80, 0xFF, 0xFF, 0x02, 0x86}, false, 0, ""},
         {{0x03, 0x05, 0x80, 0xFF, 0xFF, 0x02, 0x06}, false, -2, ""},
