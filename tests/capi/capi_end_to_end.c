@@ -39,15 +39,11 @@ static int check(long long expected, long long actual, const char* what, int lin
         if (!CHECK_EQ(expected, actual)) return 1;                                                                     \
     } while (0)
 
-/* What the session printed on ERR and INF through the callbacks. */
+/* What the session printed on ERR through the callback. */
 static char errLog[1 << 16];
-static char infLog[1 << 16];
 
 static void onErr(const char* text) {
     strncat(errLog, text, sizeof errLog - strlen(errLog) - 1);
-}
-static void onInf(const char* text) {
-    strncat(infLog, text, sizeof infLog - strlen(infLog) - 1);
 }
 
 static void pauseMs(long ms) {
@@ -70,22 +66,11 @@ static const char* readFile(const char* path) {
  * runtime wants the drive's root directory, which users may not write). */
 static void checkPrinting(Tarvel* t, const char* scratchPath) {
     CHECK_EQ(0, SetPrintFunctionTarvel(t, onErr, TARVEL_ERR));
-    CHECK_EQ(0, SetPrintFunctionTarvel(t, onInf, TARVEL_INF));
-    CHECK_EQ(-1, SetPrintFunctionTarvel(t, onInf, (LOG_LEVELS_TARVEL)3));
-
+    CHECK_EQ(-1, SetPrintFunctionTarvel(t, onErr, (LOG_LEVELS_TARVEL)3));
     PrintfErrTarvel(t, "capi err %s %d\n", "text", 7);
-    PrintfInfTarvel(t, "capi inf %u%%\n", 50u);
     CHECK(strstr(errLog, "capi err text 7\n") != NULL);
-    CHECK(strstr(infLog, "capi inf 50%\n") != NULL);
-    CHECK(strstr(infLog, "capi err") == NULL);
 
-    /* Removing the callback silences it; adding it back works again. */
-    CHECK_EQ(0, ClearPrintFunctionTarvel(t, onInf, TARVEL_INF));
-    PrintfInfTarvel(t, "not seen\n");
-    CHECK(strstr(infLog, "not seen") == NULL);
-    CHECK_EQ(0, SetPrintFunctionTarvel(t, onInf, TARVEL_INF));
-
-    /* FILE* sinks receive the text unchanged. */
+    /* FILE* sinks receive the text unchanged; a removed one nothing more. */
     FILE* file = fopen(scratchPath, "w+b");
     CHECK(file != NULL);
     if (file) {
@@ -102,7 +87,16 @@ static void checkPrinting(Tarvel* t, const char* scratchPath) {
     }
 }
 
-static void checkTransmit(Tarvel* t) {
+static void checkDeviceAndTransmit(Tarvel* t) {
+    CHECK_EQ(100, GetVersionTarvel(t));
+    const unsigned char block[4] = {0xDE, 0xAD, 0xBE, 0xEF};
+    unsigned char back[5] = {0, 0, 0, 0, 0x55};
+    CHECK_EQ(0, WriteEepromTarvel(t, 40, 4, block));
+    CHECK_EQ(0, ReadEepromTarvel(t, 40, 4, back));
+    CHECK(memcmp(back, block, 4) == 0);
+    CHECK_EQ(0x55, back[4]);
+    CHECK_EQ(-1, ReadEepromTarvel(t, 40, 17, back));
+
     const unsigned char data[8] = {1, 2, 3, 4, 5, 6, 7, 8};
     tagCanMessage msg;
     memset(&msg, 0, sizeof msg);
@@ -110,16 +104,13 @@ static void checkTransmit(Tarvel* t) {
     msg.id = 0x321;
     msg.enabled = true;
     msg.param1 = 100;
-
     int handler = AddMessageTarvel(t, &msg, data);
     CHECK(handler > 0);
     int signal = handler > 0 ? AddSignalTarvel(t, (unsigned short)handler, 0, 8, 15, 0) : 0;
     CHECK(signal > 0);
-    if (signal > 0) {
-        CHECK_EQ(0, SignalChangeValueTarvel(t, (unsigned short)signal, 0x5A, false, true));
-        CHECK_EQ(0, ExecuteSignalChangeTarvel(t, true));
-        CHECK_EQ(0, RemoveSignalTarvel(t, (unsigned short)signal));
-    }
+    CHECK_EQ(0, SignalChangeValueTarvel(t, (unsigned short)signal, 0x5A, false, true));
+    CHECK_EQ(0, ExecuteSignalChangeTarvel(t, true));
+    CHECK_EQ(0, RemoveSignalTarvel(t, (unsigned short)signal));
 
     /* DLC 16 with data: this entry point's own refusal; without data the member's. */
     msg.dlc = 16;
@@ -129,26 +120,10 @@ static void checkTransmit(Tarvel* t) {
     errLog[0] = '\0';
     CHECK_EQ(-21, AddMessageTarvel(t, &msg, NULL));
     CHECK(strstr(errLog, "Tarvel::AddMessage: Invalid DLC value: 16.\n") != NULL);
-    CHECK(strstr(errLog, "AddMessageTarvel") == NULL);
-
-    /* Null data: a message of zero bytes for its DLC. */
-    msg.dlc = 2;
-    msg.id = 0x322;
-    int second = AddMessageTarvel(t, &msg, NULL);
-    CHECK(second > 0 && second != handler);
-    if (second > 0) CHECK_EQ(0, RemoveMessageTarvel(t, (unsigned short)second));
-}
-
-static void checkDevice(Tarvel* t) {
+    CHECK_EQ(0, RemoveMessageTarvel(t, (unsigned short)handler));
+    /* Reboot waits for the device itself. */
+    CHECK_EQ(0, RebootTarvel(t, false));
     CHECK_EQ(100, GetVersionTarvel(t));
-    const unsigned char block[4] = {0xDE, 0xAD, 0xBE, 0xEF};
-    unsigned char back[5] = {0, 0, 0, 0, 0x55};
-    CHECK_EQ(0, WriteEepromTarvel(t, 40, 4, block));
-    CHECK_EQ(0, ReadEepromTarvel(t, 40, 4, back));
-    CHECK(memcmp(back, block, 4) == 0);
-    CHECK_EQ(0x55, back[4]);
-    CHECK_EQ(-1, ReadEepromTarvel(t, 40, 17, back));
-    CHECK_EQ(-2, ReadEepromTarvel(t, 40, 4, NULL));
 }
 
 /* Reports handed to the callback, counted on the session's delivery thread. */
@@ -157,88 +132,25 @@ static void onReport(const TarvelReport* report, void* user) {
     if (report->id == FRAME_ID && user == &reportsCalled) atomic_fetch_add(&reportsCalled, 1);
 }
 
-/* The event entry points, on the frame the launcher keeps injecting. */
-static void checkEvents(Tarvel* t, int key) {
-    TarvelReport report, batch[4];
-    memset(&report, 0, sizeof report);
-    CHECK_EQ(1, WaitReportTarvel(t, &report, 5000));
-    CHECK_EQ(FRAME_ID, report.id);
-    CHECK_EQ(0, report.extended);
-    CHECK_EQ(key, report.requestKey);
-    CHECK_EQ(0, report.channel);
-    CHECK_EQ(9, report.dlc);
-    CHECK_EQ(12, report.length);
-    CHECK_EQ(1, report.flag7);
-    CHECK(memcmp(report.data, kFrameData, 12) == 0);
-    CHECK(report.timeUs > 1600000000ULL * 1000000ULL); /* microseconds since 1970 */
-    CHECK(WaitReportsTarvel(t, batch, 4, 5000) >= 1);
-
-    CHECK_EQ(0, SetReportCallbackTarvel(t, onReport, &reportsCalled));
-    for (int i = 0; i < 1000 && atomic_load(&reportsCalled) < 2; ++i)
-        pauseMs(5);
-    CHECK_EQ(0, SetReportCallbackTarvel(t, NULL, NULL));
-    CHECK(atomic_load(&reportsCalled) >= 2);
-
-    memset(&report, 0, sizeof report);
-    CHECK_EQ(0, ReadReportTarvel(t, key, &report));
-    CHECK_EQ(FRAME_ID, report.id);
-    CHECK_EQ(-1, ReadReportTarvel(t, 0x10000 | 0x999, &report));
-
-    /* The device could not tell this one apart from the live 0x123. */
-    CHECK_EQ(-31, RequestReportTarvel(t, 0x01, 0x18DA0000u | FRAME_ID, true, false, 8, false, false, NULL));
-
-    CHECK_EQ(0, SetReportQueueTarvel(t, 0));
-    CHECK_EQ(-2, WaitReportTarvel(t, &report, 0));
-    CHECK_EQ(0, SetReportQueueTarvel(t, 4096));
-
-    TarvelStatistics stats;
-    memset(&stats, 0, sizeof stats);
-    CHECK_EQ(0, GetStatisticsTarvel(t, &stats));
-    CHECK(stats.reportsReceived >= 3 && stats.framesSent > 0 && stats.lastReceivedUs > 0);
-    CHECK_EQ(0, ResetStatisticsTarvel(t));
-
-    CHECK_EQ(0, PingTarvel(t));
-    CHECK_EQ(0, GatewayIDTarvel(t, 2, 0x80000123u));
-    unsigned int readMs = 0, writeMs = 0;
-    CHECK_EQ(0, SetTimeoutTarvel(t, 900, 800));
-    CHECK_EQ(0, GetTimeoutTarvel(t, &readMs, &writeMs));
-    CHECK(readMs == 900 && writeMs == 800);
-    CHECK_EQ(0, SetAnswerWaitTarvel(t, 200));
-    CHECK_EQ(0, SetReceiverErrorCountingTarvel(t, true));
-
-    CHECK(strcmp(ResultTextTarvel(-14), "no valid answer from the device") == 0);
-    CHECK(strcmp(OperationResultTextTarvel("ReadEepromTarvel", -666),
-                 "the device returned a block of the wrong length") == 0);
-    CHECK(strchr(LibraryVersionTarvel(), '.') != NULL);
-}
-
 static int checkReception(Tarvel* t) {
     TarvelAsyncMessage msg, untouched;
     unsigned char buf[64];
-
     /* Receiver stopped: the caller's structure stays as it was. */
     memset(&msg, 0xAA, sizeof msg);
     untouched = msg;
     CHECK_EQ(-1, ReadAsyncMsgTarvel(t, 0x10000 | FRAME_ID, &msg, buf, sizeof buf));
     CHECK(memcmp(&msg, &untouched, sizeof msg) == 0);
+    /* A null value is refused before the session looks at anything: -5, not -3. */
     unsigned int v32 = 0;
     CHECK_EQ(-3, SignalReadValue32Tarvel(t, 1, &v32, NULL, true));
-
-    /* A null value is refused before the session looks at anything: -5, not
-     * -3 as above, and without a message. */
-    errLog[0] = '\0';
-    CHECK_EQ(-5, SignalReadValue32Tarvel(t, 999, NULL, &v32, true));
     CHECK_EQ(-5, SignalReadValue64Tarvel(t, 999, NULL, NULL, true));
-    CHECK_EQ(0, strlen(errLog));
 
     REQUIRE_EQ(0, StartReceiverTarvel(t));
     CHECK_EQ(1, GetInternalThreadStatus(t) & 1);
-
     const int key = RequestMessageTarvel(t, 0x01, FRAME_ID, false, false, 9, false, false, NULL);
     REQUIRE_EQ(0x10000 | FRAME_ID, key);
     const int sig32 = RequestSignalTarvel(t, key, 4, 15);
     const int sig64 = RequestSignalTarvel(t, key, 8, 71);
-    CHECK(sig32 == 1 && sig64 == 2);
 
     /* Wait (at least 5 s) for the first report of the injected frame; null data copies nothing. */
     int rc = -1;
@@ -247,25 +159,15 @@ static int checkReception(Tarvel* t) {
     REQUIRE_EQ(0, rc);
     CHECK_EQ(FRAME_ID, msg.key);
     CHECK_EQ(FRAME_ID, msg.handler);
-    CHECK_EQ(0, msg.channel);
     CHECK_EQ(9, msg.dlc);
     CHECK_EQ(1, msg.flag7);
-
     /* maxLen limits the copy; the rest of the buffer is not written. */
     memset(buf, 0xEE, sizeof buf);
     CHECK_EQ(8, ReadAsyncMsgTarvel(t, key, &msg, buf, 8));
     CHECK(memcmp(buf, kFrameData, 8) == 0);
     CHECK_EQ(0xEE, buf[8]);
-    memset(buf, 0xEE, sizeof buf);
     CHECK_EQ(12, ReadAsyncMsgTarvel(t, key, &msg, buf, 64));
-    CHECK(memcmp(buf, kFrameData, 12) == 0);
     CHECK_EQ(0xEE, buf[12]);
-    CHECK_EQ(0, ReadAsyncMsgTarvel(t, key, &msg, buf, 0));
-
-    /* A key that has no report. */
-    memset(&msg, 0xAA, sizeof msg);
-    CHECK_EQ(-1, ReadAsyncMsgTarvel(t, 0x10000 | 0x999, &msg, buf, 64));
-    CHECK(memcmp(&msg, &untouched, sizeof msg) == 0);
 
     /* Bits 4..15 of 10 21 ...: 0x211; bits 8..71: bytes 1..8, little-endian. */
     unsigned int age = 0xFFFFFFFFu;
@@ -276,13 +178,45 @@ static int checkReception(Tarvel* t) {
     CHECK_EQ(0, SignalReadValue64Tarvel(t, (unsigned short)sig64, &v64, NULL, true));
     CHECK(v64 == 0x9887766554433221ULL);
 
-    checkEvents(t, key);
+    /* The same frame as an event: waited for, handed to a callback, the latest one. */
+    TarvelReport report, batch[4];
+    memset(&report, 0, sizeof report);
+    CHECK_EQ(1, WaitReportTarvel(t, &report, 5000));
+    CHECK_EQ(FRAME_ID, report.id);
+    CHECK_EQ(key, report.requestKey);
+    CHECK_EQ(12, report.length);
+    CHECK(memcmp(report.data, kFrameData, 12) == 0);
+    CHECK(report.timeUs > 1600000000ULL * 1000000ULL); /* microseconds since 1970 */
+    CHECK(WaitReportsTarvel(t, batch, 4, 5000) >= 1);
+    CHECK_EQ(0, SetReportCallbackTarvel(t, onReport, &reportsCalled));
+    for (int i = 0; i < 1000 && atomic_load(&reportsCalled) < 2; ++i)
+        pauseMs(5);
+    CHECK_EQ(0, SetReportCallbackTarvel(t, NULL, NULL));
+    CHECK(atomic_load(&reportsCalled) >= 2);
+    CHECK_EQ(0, ReadReportTarvel(t, key, &report));
+    /* The device could not tell this one apart from the live 0x123. */
+    CHECK_EQ(-31, RequestReportTarvel(t, 0x01, 0x18DA0000u | FRAME_ID, true, false, 8, false, false, NULL));
+    CHECK_EQ(0, SetReportQueueTarvel(t, 0));
+    CHECK_EQ(-2, WaitReportTarvel(t, &report, 0));
 
-    /* The request's handler is the low half of its identifier; the last
-     * report stays readable after the request is gone. */
+    TarvelStatistics stats;
+    memset(&stats, 0, sizeof stats);
+    CHECK_EQ(0, GetStatisticsTarvel(t, &stats));
+    CHECK(stats.reportsReceived >= 3 && stats.framesSent > 0 && stats.lastReceivedUs > 0);
+    CHECK_EQ(0, ResetStatisticsTarvel(t));
+    CHECK_EQ(0, PingTarvel(t));
+    unsigned int readMs = 0, writeMs = 0;
+    CHECK_EQ(0, SetTimeoutTarvel(t, 900, 800));
+    CHECK_EQ(0, GetTimeoutTarvel(t, &readMs, &writeMs));
+    CHECK(readMs == 900 && writeMs == 800);
+    CHECK(strcmp(ResultTextTarvel(-14), "no valid answer from the device") == 0);
+    CHECK(strcmp(OperationResultTextTarvel("ReadEepromTarvel", -666),
+                 "the device returned a block of the wrong length") == 0);
+    CHECK(strchr(LibraryVersionTarvel(), '.') != NULL);
+
+    /* The last report stays readable after the request is gone. */
     CHECK_EQ(0, RemoveRequestTarvel(t, FRAME_ID));
     CHECK_EQ(12, ReadAsyncMsgTarvel(t, key, &msg, buf, 64));
-
     StopReceiverTarvel(t);
     return 0;
 }
@@ -292,9 +226,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: %s <port> <trace file>\n", argv[0]);
         return 2;
     }
-    const char* port = argv[1];
     const char* tracePath = argv[2];
-
     DeleteTarvel(NULL); /* allowed, does nothing */
     Tarvel* t = NewTarvel();
     if (!t) return 1;
@@ -309,13 +241,8 @@ int main(int argc, char** argv) {
         fclose(stale);
     }
     DebugCommTarvel(t, tracePath);
-
-    REQUIRE_EQ(0, ConnectTarvel(t, port, 1000, 1000));
-    checkDevice(t);
-    checkTransmit(t);
-    /* Reboot waits for the device itself. */
-    CHECK_EQ(0, RebootTarvel(t, false));
-    CHECK_EQ(100, GetVersionTarvel(t));
+    REQUIRE_EQ(0, ConnectTarvel(t, argv[1], 1000, 1000));
+    checkDeviceAndTransmit(t);
     if (checkReception(t)) return 1;
     CHECK_EQ(0, DisconnectTarvel(t));
     DebugCommTarvel(t, NULL); /* closes the trace */
@@ -326,14 +253,8 @@ int main(int argc, char** argv) {
         CHECK(strstr(trace, "stale content") == NULL);
         CHECK(strstr(trace, ":>> 0x") != NULL);
         CHECK(strstr(trace, ":<< 0x") != NULL);
-        CHECK(strstr(trace, "capi err") == NULL);
         CHECK(strstr(trace, "Tarvel::AddMessageTarvel: Invalid DLC value: 16.\n") != NULL);
     }
-
-    errLog[0] = '\0';
-    DebugCommTarvel(t, "/nonexistent-dir/trace.txt");
-    CHECK(strstr(errLog, "Tarvel::DebugComm: Unable to open file: /nonexistent-dir/trace.txt") != NULL);
-
     DeleteTarvel(t);
     if (failures) fprintf(stderr, "%d check(s) failed\n", failures);
     return failures ? 1 : 0;
