@@ -5,8 +5,8 @@
 #include <future>
 #include <mutex>
 
-#include "../device/ScriptedAnswers.h"
 #include "CaptureStderr.h"
+#include "ScriptedAnswers.h"
 #include "SimSession.h"
 #include "TarvelTestAccess.h"
 
@@ -177,6 +177,7 @@ TEST_F(ReportEvents, RequestsTheDeviceCouldNotTellApartAreRefusedAsAPair) {
 
     EXPECT_EQ(0x20123, request(0x02, 0x18DA0123, true)) << "another channel tells them apart";
     EXPECT_EQ(0x10123, request(0x01, 0x123, false)) << "the same request again is no conflict";
+    EXPECT_EQ(-31, request(0x01, 0x123, true)) << "nor can it tell 123 from 00000123";
 
     // A request the device refuses leaves the record as it was.
     sim().setResponder(answer(Tarvel::REQUEST_MESSAGE, 0xFFFF));
@@ -208,6 +209,7 @@ TEST_F(ReportEvents, StatisticsCountWhatTheLineDid) {
     const TarvelStatistics s = tarvel.GetStatistics();
     EXPECT_EQ(3, failed);
     EXPECT_EQ(3u, s.rejectedChecksum) << "every corrupted answer counted once";
+    EXPECT_EQ(0u, s.rejectedLength + s.rejectedSlip) << "and under its own count only";
     EXPECT_EQ(3u, s.exchangesTimedOut);
     EXPECT_EQ(9u, s.framesSent);
     EXPECT_EQ(9u * 5, s.bytesSent);
