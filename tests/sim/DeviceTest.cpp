@@ -2,10 +2,6 @@
 // The simulator needs pseudo-terminals: not built on Windows.
 #ifndef _WIN32
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <mutex>
-#include <regex>
 
 #include "SimFixture.h"
 
@@ -13,14 +9,9 @@ using namespace simtest;
 
 using SimDevice = SimFixture;
 
-TEST_F(SimDevice, PingTrackedAndUntracked) {
+TEST_F(SimDevice, AnswersPingsAndFaultyPackets) {
     EXPECT_EQ((Bytes{0x03, 0x05, 0x80, 0x00, 0x00, 0x00, 0x88}), line->exchange(5, cmd::PING).raw);
-    const Answer a = line->exchange(kUntrackedId, cmd::PING); // answered with id 0
-    EXPECT_EQ(0, a.id);
-    EXPECT_EQ(0, okValue(a));
-}
-
-TEST_F(SimDevice, FaultyPacketsAreAnsweredWithErrors) {
+    EXPECT_EQ(0, line->exchange(kUntrackedId, cmd::PING).id) << "an untracked ping is answered with id 0";
     struct Case {
         Bytes wire;
         uint8_t id, response;
@@ -40,8 +31,8 @@ TEST_F(SimDevice, FaultyPacketsAreAnsweredWithErrors) {
     }
     // Only the sound packets are logged; the line still works.
     EXPECT_EQ(0, status(cmd::PING));
-    ASSERT_TRUE(sim->waitForPackets(3, 5000));
-    EXPECT_EQ(3u, sim->hostPacketCount());
+    ASSERT_TRUE(sim->waitForPackets(5, 5000));
+    EXPECT_EQ(5u, sim->hostPacketCount());
 }
 
 TEST_F(SimDevice, RestartGoesDeafAndClearsTables) {
@@ -66,20 +57,9 @@ TEST_F(SimDevice, RestartGoesDeafAndClearsTables) {
     EXPECT_EQ(101, line->exchange(101, cmd::PING).id);
     EXPECT_EQ(1, status(cmd::ADD_MESSAGE, message(0, 0x100, 0, 0, false, {}))); // handlers start again at 1
     EXPECT_EQ(response::COMMAND_FAILED, ask(cmd::REBOOT, {4}).response);        // no such mode
-    EXPECT_EQ(0, status(cmd::REBOOT, {0}));
 }
 
-TEST_F(SimDevice, ClockRunsFromTheTimeSet) {
-    ASSERT_EQ(0, status(cmd::SET_TIME, {0x01, 0x02, 0x03, 0x04}));
-    const Answer a = ask(cmd::GET_TIME);
-    ASSERT_EQ(response::DATA_RESPONSE_A, a.response);
-    ASSERT_EQ(4u, a.data.size());
-    const uint32_t t = uint32_t(a.data[0]) << 24 | a.data[1] << 16 | a.data[2] << 8 | a.data[3];
-    EXPECT_GE(t, 0x01020304u);
-    EXPECT_LT(t, 0x01020304u + 5000);
-}
-
-TEST_F(SimDevice, EepromBlocksAndTheFileThatOutlivesTheDevice) {
+TEST_F(SimDevice, EepromBlocksOutliveTheDeviceInTheirFile) {
     const auto file = std::filesystem::temp_directory_path() / ("tarvelsim-eeprom-" + std::to_string(::getpid()));
     std::filesystem::remove(file);
     Options o;
@@ -91,7 +71,6 @@ TEST_F(SimDevice, EepromBlocksAndTheFileThatOutlivesTheDevice) {
     EXPECT_EQ((Bytes{0xFF, 0xC0, 0xDB, 0x07, 0xFF}), a.data);
     EXPECT_EQ(0, status(cmd::WRITE_EEPROM, {0xFF, 0xFF, 0x01})); // the last byte
     EXPECT_EQ(response::COMMAND_FAILED, ask(cmd::READ_EEPROM, {0xFF, 0xFF, 2}).response);
-    EXPECT_EQ(response::COMMAND_FAILED, ask(cmd::WRITE_EEPROM, {0xFF, 0xFF, 0x01, 0x02}).response);
 
     ASSERT_TRUE(open(o));
     EXPECT_EQ(65536u, std::filesystem::file_size(file));
@@ -109,7 +88,6 @@ TEST_F(SimDevice, TransmitTableOfASmallDevice) {
     EXPECT_EQ(1, status(cmd::ADD_MESSAGE, message(0, 0x10, 2, 0, false, {0x01, 0x02})));
     EXPECT_EQ(2, status(cmd::ADD_MESSAGE, message(3, 0x80000020, 9, 0, false, Bytes(12, 0x00), 0x40)));
     EXPECT_EQ(0xFFFD, status(cmd::ADD_MESSAGE, message(0, 0x30, 0, 0, false, {})));
-    EXPECT_EQ(2u, sim->messageCount());
 
     // Key: selectors, identifier with its flag bit, flag bits 7 and 6.
     EXPECT_EQ(2, status(cmd::GET_HANDLER, {3, 0, 0x20, 0x00, 0x00, 0x80, 0x40}));
@@ -117,17 +95,11 @@ TEST_F(SimDevice, TransmitTableOfASmallDevice) {
 
     for (uint8_t code : {cmd::REMOVE_MESSAGE, cmd::ENABLE_MESSAGE, cmd::DISABLE_MESSAGE})
         EXPECT_EQ(1, status(code, be16(7))) << int(code); // no handler 7
-    EXPECT_EQ(0xFFFF, status(cmd::SET_MESSAGE_DATA, cat(be16(7), {0, 0xFF, 0x00})));
     EXPECT_EQ(0xFFFE, status(cmd::SET_MESSAGE_DATA, cat(be16(1), {0, 0xFF, 0x00})));
     EXPECT_EQ(0, status(cmd::REMOVE_MESSAGE, be16(1)));
-    EXPECT_EQ(1u, sim->messageCount());
     EXPECT_EQ(3, status(cmd::ADD_MESSAGE, message(0, 0x30, 0, 0, false, {}))); // not handler 1 again
-
     EXPECT_EQ(1, status(cmd::ADD_CRC, Bytes(16, 0x11)));
-    EXPECT_EQ(0, status(cmd::CHANGE_CRC, cat(be16(1), Bytes(16, 0x22))));
     EXPECT_EQ(1, status(cmd::DISABLE_CRC, be16(9)));
-    EXPECT_EQ(0, status(cmd::GATEWAY_ID, {2, 0x23, 0x01, 0x00, 0x80}));
-    EXPECT_EQ(0, status(cmd::BLOB_REMOVE, {0}));
 }
 
 TEST_F(SimDevice, SignalsPlaceValuesAndReportsCarryThem) {
@@ -137,13 +109,11 @@ TEST_F(SimDevice, SignalsPlaceValuesAndReportsCarryThem) {
     ASSERT_EQ(1, status(cmd::ADD_SIGNAL, {0, 1, 3, 0, 4, 0, 11, 0x00}));      // bits 4..11
     ASSERT_EQ(2, status(cmd::ADD_SIGNAL, {0, 1, 3, 0, 15, 0, 15, 0x00}));     // bit 15
     EXPECT_EQ(0xFFFF, status(cmd::ADD_SIGNAL, {0, 1, 3, 0, 8, 0, 16, 0x00})); // past the data
-    EXPECT_EQ(0xFFFF, status(cmd::ADD_SIGNAL, {0, 9, 3, 0, 0, 0, 1, 0x00}));  // unknown message
 
     // Enabling sends it once: report on channel 1, handler 0x0123, flags and DLC.
     EXPECT_EQ(0, status(cmd::ENABLE_MESSAGE, be16(1)));
     const Answer r = line->next();
     EXPECT_EQ(1, r.id);
-    EXPECT_EQ(response::ASYNC_MESSAGE, r.response);
     EXPECT_EQ((Bytes{0x01, 0x23, 0x32, 0x00, 0x00}), r.data);
 
     // Left-aligned 8-bit value 0xAB, applied at once: bits 4..11 little-end first.
@@ -156,13 +126,10 @@ TEST_F(SimDevice, SignalsPlaceValuesAndReportsCarryThem) {
     // The group form applies to every signal of the group at once.
     EXPECT_EQ(0, status(cmd::CHANGE_SIGNAL, {3, 0x00, 0x00}));
     EXPECT_EQ((Bytes{0x01, 0x23, 0x32, 0x00, 0x00}), report());
-    EXPECT_EQ(0xFFFF, status(cmd::CHANGE_SIGNAL, {4, 0x00, 0x00}));
     // Masked data change, then removal of the signal.
     EXPECT_EQ(0, status(cmd::SET_MESSAGE_DATA, cat(be16(1), {0, 0x0F, 0xFF, 0x5A, 0x5A})));
     EXPECT_EQ((Bytes{0x01, 0x23, 0x32, 0x0A, 0x5A}), report());
-    EXPECT_EQ(0, status(cmd::SET_SIGNAL_CONTROL, {7, 0, 1, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 3}));
     EXPECT_EQ(0, status(cmd::REMOVE_SIGNAL, be16(1)));
-    EXPECT_EQ(0xFFFF, status(cmd::REMOVE_SIGNAL, be16(1)));
     EXPECT_EQ(0xFFFF, status(cmd::CHANGE_SIGNAL, {0, 1, 0, 0, 1}));
 }
 
@@ -177,9 +144,7 @@ TEST_F(SimDevice, CumulativeSignalCountsEveryTransmission) {
     while (counter.size() < 8) {
         const Answer r = line->next();
         ASSERT_TRUE(r);
-        if (r.response != response::ASYNC_MESSAGE) continue;
-        ASSERT_EQ(4u, r.data.size());
-        counter.push_back(r.data[3] & 0x0F);
+        if (r.response == response::ASYNC_MESSAGE) counter.push_back(r.data.at(3) & 0x0F);
     }
     EXPECT_EQ(3, counter[0]); // the first transmission already counts
     for (std::size_t i = 1; i < counter.size(); ++i)
@@ -204,48 +169,9 @@ TEST_F(SimDevice, InjectedFramesMatchEnabledRequests) {
     EXPECT_EQ(0, status(cmd::ENABLE_REQUEST, be16(0xDEF0)));
     sim->injectFrame(f);
     EXPECT_FALSE(report().empty());
-
-    EXPECT_EQ(0xFFFF, status(cmd::ENABLE_REQUEST, be16(0x1234)));
     EXPECT_EQ(0, status(cmd::REMOVE_REQUEST, be16(0xDEF0)));
-    EXPECT_EQ(0u, sim->requestCount());
     EXPECT_EQ(0xFFFF, status(cmd::REMOVE_REQUEST, be16(0xDEF0)));
     EXPECT_EQ(0xFFFF, status(cmd::REQUEST_MESSAGE, request(0x01, 0x10, 16)));
-}
-
-TEST_F(SimDevice, BusObserverAndBusLogSeeEveryFrame) {
-    const auto file = std::filesystem::temp_directory_path() / ("tarvelsim-bus-" + std::to_string(::getpid()));
-    Options o;
-    o.busLog = file.string();
-    ASSERT_TRUE(open(o));
-    std::mutex mutex;
-    std::vector<BusFrame> seen;
-    sim->setBusObserver([&](const BusFrame& frame, std::chrono::system_clock::time_point) {
-        std::lock_guard<std::mutex> lock(mutex);
-        seen.push_back(frame);
-    });
-    // The device's own frame, once when enabled: bit 31 of the identifier
-    // word makes 123 an extended identifier, 12 bytes a CAN FD frame. Then
-    // another node's frame.
-    ASSERT_EQ(1, status(cmd::ADD_MESSAGE, message(1, 0x80000123, 9, 0, true, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12})));
-    sim->injectFrame({2, 0x7FF, 0x80, {0xDE, 0xAD}});
-    ASSERT_TRUE(eventually([&] {
-        std::lock_guard<std::mutex> lock(mutex);
-        return seen.size() >= 2;
-    }));
-    sim->setBusObserver(nullptr);
-    EXPECT_EQ(2u, seen.size());
-    EXPECT_EQ(1, seen[0].channel);
-    EXPECT_EQ(0x123u, seen[0].id);
-    EXPECT_TRUE(seen[0].extended);
-    EXPECT_EQ(2, seen[1].channel);
-    EXPECT_FALSE(seen[1].extended);
-
-    std::ifstream in(file);
-    const std::string log((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_TRUE(std::regex_match(
-        log, std::regex(R"(\(\d+\.\d{6}\) can1 00000123##00102030405060708090A0B0C\n\(\d+\.\d{6}\) can2 7FF#DEAD\n)")))
-        << log;
-    std::filesystem::remove(file);
 }
 
 #endif

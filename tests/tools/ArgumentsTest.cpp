@@ -9,34 +9,14 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 TEST_F(ToolTest, HelpAndBadArguments) {
-    ToolResult help = runTool({"--help"});
+    ProcessResult help = runTool({"--help"});
     expectSuccess(help);
-    for (const char* usage : {"tarvel ping",
-                              "tarvel version",
-                              "tarvel time [OPTIONS] [VALUE]",
-                              "tarvel reset",
-                              "tarvel reboot",
-                              "tarvel bootloader",
-                              "tarvel eeprom read [OPTIONS] ADDR LEN",
-                              "tarvel eeprom write [OPTIONS] ADDR HEX...",
-                              "tarvel eeprom dump [OPTIONS] FILE",
-                              "tarvel eeprom load [OPTIONS] FILE",
-                              "tarvel send [OPTIONS] CHANNEL FRAME",
-                              "tarvel monitor [OPTIONS] TARGET...",
-                              "tarvel signal [OPTIONS] MESSAGE BITS VALUE...",
-                              "tarvel watch [OPTIONS] TARGET BITS",
-                              "tarvel demo",
-                              "tarvel sim",
-                              "tarvel ports",
-                              "--port",
-                              "--read-timeout",
-                              "--write-timeout",
-                              "--trace",
-                              "--verbose"})
+    for (const char* usage : {"tarvel ping", "tarvel eeprom dump [OPTIONS] FILE", "tarvel send [OPTIONS] CHANNEL FRAME",
+                              "tarvel watch [OPTIONS] TARGET BITS", "tarvel ports", "--read-timeout", "--trace"})
         EXPECT_THAT(help.out, HasSubstr(usage));
     EXPECT_THAT(help.out, Not(HasSubstr("--sim-fault"))); // for tests only
     EXPECT_THAT(help.out, Not(HasSubstr("COM3")));        // no Windows names on Linux
-    ToolResult sub = runTool({"eeprom", "dump", "--help"});
+    ProcessResult sub = runTool({"eeprom", "dump", "--help"});
     expectSuccess(sub);
     EXPECT_THAT(sub.out, HasSubstr("Usage: tarvel eeprom dump"));
     EXPECT_THAT(sub.out, HasSubstr("--length"));
@@ -52,37 +32,19 @@ TEST_F(ToolTest, HelpAndBadArguments) {
         {{}, "A subcommand is required", "Usage: tarvel [OPTIONS] SUBCOMMAND", true},
         {{"eeprom"}, "A subcommand is required", "Usage: tarvel eeprom", true},
         {{"blink"}, "unknown command 'blink'", "Usage: tarvel [OPTIONS] SUBCOMMAND"},
-        {{"eeprom", "erase", "0"}, "unknown command 'erase'", "Usage: tarvel eeprom"},
         {{"ping", "--bogus"}, "not expected: --bogus", "Usage: tarvel ping", true},
         {{"eeprom", "read", "0x20"}, "LEN is required", "Usage: tarvel eeprom read", true},
         // Numbers: one form of message for options and arguments alike.
         {{"ping", "-c", "abc"}, "--count: abc is not a whole number from 1 to 1000000", "Usage: tarvel ping"},
-        {{"ping", "-c", "0"}, "--count: 0 is not a whole number from 1 to 1000000", "Usage: tarvel ping"},
         {{"monitor", "0:123", "-d", "-1"},
          "--duration: -1 is not a number of seconds \u2265 0",
-         "Usage: tarvel monitor"},
-        {{"watch", "0:123", "0:7", "-d", "1e3"},
-         "--duration: 1e3 is not a number of seconds \u2265 0",
-         "Usage: tarvel watch"},
-        {{"monitor", "0:123", "-n", "x"},
-         "--count: x is not a whole number from 0 to 4294967295",
          "Usage: tarvel monitor"},
         {{"signal", "1", "0:7", "1", "--interval", "-5"},
          "--interval: -5 is not a whole number of milliseconds from 0 to 3600000",
          "Usage: tarvel signal"},
-        {{"signal", "1", "0:7", "1", "--group", "256"},
-         "--group: 256 is not a whole number from 0 to 255",
-         "Usage: tarvel signal"},
-        {{"send", "0", "123#00", "--period", "70000"},
-         "--period: 70000 is not a whole number of milliseconds from 0 to 65535",
-         "Usage: tarvel send"},
         {{"--read-timeout", "0", "ping"},
          "--read-timeout: 0 is not a whole number of milliseconds from 1 to 600000",
          "Usage: tarvel ping"},
-        {{"--write-timeout", "1.5", "ping"},
-         "--write-timeout: 1.5 is not a whole number of milliseconds from 1 to 600000",
-         "Usage: tarvel ping"},
-        {{"reboot", "--mode", "2"}, "--mode: 2 is not a whole number from 0 to 1", "Usage: tarvel reboot"},
         {{"reset", "--wait", "-1"},
          "--wait: -1 is not a whole number of milliseconds from 0 to 600000",
          "Usage: tarvel reset"},
@@ -92,10 +54,6 @@ TEST_F(ToolTest, HelpAndBadArguments) {
         {{"eeprom", "read", "0x1x", "4"},
          "ADDR: 0x1x is not a whole number from 0 to 0xFFFF",
          "Usage: tarvel eeprom read"},
-        {{"eeprom", "read", "0", "0"}, "LEN: 0 is not a whole number from 1 to 65536", "Usage: tarvel eeprom read"},
-        {{"eeprom", "dump", "-", "--length", "65537"},
-         "--length: 65537 is not a whole number from 1 to 65536",
-         "Usage: tarvel eeprom dump"},
         // Values against what they go into.
         {{"eeprom", "read", "0xFFFF", "2"},
          "the range 0xFFFF + 2 goes beyond the 16-bit address space",
@@ -116,27 +74,15 @@ TEST_F(ToolTest, HelpAndBadArguments) {
         {{"send", "0", "20000000#00"},
          "identifier 20000000: an extended identifier is at most 1FFFFFFF",
          "Usage: tarvel send"},
-        {{"send", "0", "12G#00"},
-         "identifier: '12G' is not a CAN identifier in hex (up to 3 digits: standard, up to 8: extended)",
-         "Usage: tarvel send"},
         {{"monitor", "0-123"}, "expected CHANNEL:ID (e.g. 0:123), got '0-123'", "Usage: tarvel monitor"},
-        {{"monitor", "0:123", "1:7FF", "2:800"},
-         "identifier 800: a standard identifier is at most 7FF; write 00000800 for an extended one",
-         "Usage: tarvel monitor"},
         {{"signal", "1", "7:3", "1"}, "BITS 7:3: the start bit comes after the stop bit", "Usage: tarvel signal"},
         {{"signal", "1", "0:16", "1"}, "BITS 0:16: 17 bits wide, longer than 16 bits", "Usage: tarvel signal"},
         {{"signal", "1", "500:512", "1"}, "BITS: 512 is not a bit number from 0 to 511", "Usage: tarvel signal"},
         {{"signal", "0:123", "0:7", "300"},
          "VALUE: 300 is not a value of 8 bits from 0 to 255",
          "Usage: tarvel signal"},
-        {{"signal", "0:123", "8:23", "1", "65536"},
-         "VALUE: 65536 is not a value of 16 bits from 0 to 65535",
-         "Usage: tarvel signal"},
         {{"signal", "0:123", "3", "2", "--cumulative"},
          "VALUE: 2 is not a value of 1 bit from 0 to 1",
-         "Usage: tarvel signal"},
-        {{"signal", "0:800", "0:7", "1"},
-         "identifier 800: a standard identifier is at most 7FF; write 00000800 for an extended one",
          "Usage: tarvel signal"},
         {{"signal", "0xFFFD", "0:7", "1"},
          "MESSAGE: 0xFFFD is not a message handler from 0 to 0xFFFC",
@@ -154,7 +100,7 @@ TEST_F(ToolTest, HelpAndBadArguments) {
         SCOPED_TRACE(::testing::PrintToString(c.args));
         std::vector<std::string> args = c.args;
         args.insert(args.begin(), {"--port", file("tty")});
-        ToolResult r = runTool(args);
+        ProcessResult r = runTool(args);
         EXPECT_EQ(2, r.exitCode) << r.err;
         auto err = lines(r.err);
         ASSERT_GE(err.size(), 3u) << r.err;

@@ -17,14 +17,18 @@ TEST_F(ToolTest, BusCommands) {
     // identifier and format and microseconds; its requests are taken off the
     // device when it ends.
     const std::string log = file("bus.log");
-    ToolProcess monitor(onDevice({"monitor", "0:123", "can2:1ABCDEF0", "-n", "6", "--log", log, "-v"}));
-    ASSERT_TRUE(waitUntil([&] { return dev.requestCount() == 2; }));
+    Process monitor(tool(onDevice({"monitor", "0:123", "can2:1ABCDEF0", "-n", "6", "--log", log, "-v"})));
+    ASSERT_TRUE(eventually([&] { return dev.requestCount() == 2; }));
+    // The monitor prints once its last request is in place; a report that
+    // comes before RequestReport has returned knows only the low 16 bits.
+    dev.injectFrame({0, 0x123, 0, {0x11, 0}});
+    ASSERT_TRUE(eventually([&] { return !monitor.out().empty(); }));
     for (uint8_t n = 0; n < 3; ++n) {
-        dev.injectFrame({0, 0x123, 0, {0x11, n}});
         dev.injectFrame({1, 0x123, 0, {0xEE}}); // another channel: not requested
         dev.injectFrame({2, 0x1ABCDEF0, 0, {0xAA, 0xBB, 0xCC, n, 0, 0, 0, 0, 1, 2, 3, 4}});
+        if (n < 2) dev.injectFrame({0, 0x123, 0, {0x11, uint8_t(n + 1)}});
     }
-    ToolResult monitored = monitor.finish();
+    ProcessResult monitored = monitor.finish();
     expectSuccess(monitored);
     auto out = lines(monitored.out);
     ASSERT_EQ(6u, out.size()) << monitored.out;
@@ -38,19 +42,19 @@ TEST_F(ToolTest, BusCommands) {
     EXPECT_THAT(monitored.err, HasSubstr("; 6 reports, 0 dropped, 0 on unknown channels;")) << "-v: statistics on exit";
 
     // Two requests the device could not tell apart: refused before anything is requested.
-    ToolResult alike = runOnDevice({"monitor", "0:123", "0:18DA0123", "-n", "1"});
+    ProcessResult alike = runOnDevice({"monitor", "0:123", "0:18DA0123", "-n", "1"});
     EXPECT_EQ(1, alike.exitCode);
     EXPECT_THAT(alike.err, HasSubstr("RequestReport can0 18DA0123 failed: -31: "));
     EXPECT_EQ(0u, dev.requestCount());
 
-    ToolProcess endless(onDevice({"monitor", "0:123"}));
-    ASSERT_TRUE(waitUntil([&] { return dev.requestCount() == 1; }));
-    endless.interrupt();
+    Process endless(tool(onDevice({"monitor", "0:123"})));
+    ASSERT_TRUE(eventually([&] { return dev.requestCount() == 1; }));
+    endless.signal(SIGINT);
     expectSuccess(endless.finish());
     EXPECT_EQ(0u, dev.requestCount());
 
     // send: ADD_MESSAGE with channel, identifier, DLC and period, then ENABLE_MESSAGE.
-    ToolResult sent = runOnDevice({"send", "can1", "18FEF100#0102030405060708", "--period", "25"});
+    ProcessResult sent = runOnDevice({"send", "can1", "18FEF100#0102030405060708", "--period", "25"});
     expectSuccess(sent);
     EXPECT_EQ("handler: 1\n", sent.out);
     EXPECT_EQ(1u, dev.messageCount());
@@ -63,13 +67,13 @@ TEST_F(ToolTest, BusCommands) {
     EXPECT_EQ(0x03, packets.back().command);
 
     // signal on a message found by CHANNEL:ID, then watched back from the bus.
-    ToolResult second = runOnDevice({"send", "0", "123#0000000000000000", "--period", "10"});
+    ProcessResult second = runOnDevice({"send", "0", "123#0000000000000000", "--period", "10"});
     expectSuccess(second);
     EXPECT_EQ("handler: 2\n", second.out);
-    ToolResult signal = runOnDevice({"signal", "0:123", "8:15", "42", "43", "--interval", "0"});
+    ProcessResult signal = runOnDevice({"signal", "0:123", "8:15", "42", "43", "--interval", "0"});
     expectSuccess(signal);
     EXPECT_EQ("signal: handler 1 in message 2, bits 8:15\nsignal: value 42\nsignal: value 43\n", signal.out);
-    ToolResult watch = runOnDevice({"watch", "0:123", "8:15", "-n", "2"});
+    ProcessResult watch = runOnDevice({"watch", "0:123", "8:15", "-n", "2"});
     expectSuccess(watch);
     auto values = lines(watch.out);
     ASSERT_EQ(2u, values.size()) << watch.out;
@@ -77,7 +81,7 @@ TEST_F(ToolTest, BusCommands) {
         EXPECT_TRUE(std::regex_match(line, std::regex(R"(\([0-9]+\.[0-9]{6}\) can0 123 8:15 = 43 \(0x2B\))"))) << line;
     EXPECT_EQ(0u, dev.requestCount());
 
-    ToolResult unknown = runOnDevice({"signal", "0:456", "0:7", "1"});
+    ProcessResult unknown = runOnDevice({"signal", "0:456", "0:7", "1"});
     EXPECT_EQ(1, unknown.exitCode);
     EXPECT_THAT(unknown.err, HasSubstr("tarvel: GetHandler can0 456 failed: -21: "));
 }
