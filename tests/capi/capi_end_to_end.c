@@ -89,30 +89,15 @@ static void checkPrinting(Tarvel* t, const char* scratchPath) {
 
 static void checkDeviceAndTransmit(Tarvel* t) {
     CHECK_EQ(100, GetVersionTarvel(t));
-    const unsigned char block[4] = {0xDE, 0xAD, 0xBE, 0xEF};
-    unsigned char back[5] = {0, 0, 0, 0, 0x55};
-    CHECK_EQ(0, WriteEepromTarvel(t, 40, 4, block));
-    CHECK_EQ(0, ReadEepromTarvel(t, 40, 4, back));
-    CHECK(memcmp(back, block, 4) == 0);
-    CHECK_EQ(0x55, back[4]);
-    CHECK_EQ(-1, ReadEepromTarvel(t, 40, 17, back));
-
     const unsigned char data[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    tagCanMessage msg;
-    memset(&msg, 0, sizeof msg);
-    msg.dlc = 8;
-    msg.id = 0x321;
-    msg.enabled = true;
-    msg.param1 = 100;
-    int handler = AddMessageTarvel(t, &msg, data);
-    CHECK(handler > 0);
-    int signal = handler > 0 ? AddSignalTarvel(t, (unsigned short)handler, 0, 8, 15, 0) : 0;
-    CHECK(signal > 0);
-    CHECK_EQ(0, SignalChangeValueTarvel(t, (unsigned short)signal, 0x5A, false, true));
-    CHECK_EQ(0, ExecuteSignalChangeTarvel(t, true));
-    CHECK_EQ(0, RemoveSignalTarvel(t, (unsigned short)signal));
+    unsigned char back[5] = {0, 0, 0, 0, 0x55};
+    CHECK_EQ(0, WriteEepromTarvel(t, 40, 4, data));
+    CHECK_EQ(0, ReadEepromTarvel(t, 40, 4, back));
+    CHECK(memcmp(back, data, 4) == 0 && back[4] == 0x55);
 
     /* DLC 16 with data: this entry point's own refusal; without data the member's. */
+    tagCanMessage msg;
+    memset(&msg, 0, sizeof msg);
     msg.dlc = 16;
     errLog[0] = '\0';
     CHECK_EQ(-21, AddMessageTarvel(t, &msg, data));
@@ -120,10 +105,6 @@ static void checkDeviceAndTransmit(Tarvel* t) {
     errLog[0] = '\0';
     CHECK_EQ(-21, AddMessageTarvel(t, &msg, NULL));
     CHECK(strstr(errLog, "Tarvel::AddMessage: Invalid DLC value: 16.\n") != NULL);
-    CHECK_EQ(0, RemoveMessageTarvel(t, (unsigned short)handler));
-    /* Reboot waits for the device itself. */
-    CHECK_EQ(0, RebootTarvel(t, false));
-    CHECK_EQ(100, GetVersionTarvel(t));
 }
 
 /* Reports handed to the callback, counted on the session's delivery thread. */
@@ -179,7 +160,7 @@ static int checkReception(Tarvel* t) {
     CHECK(v64 == 0x9887766554433221ULL);
 
     /* The same frame as an event: waited for, handed to a callback, the latest one. */
-    TarvelReport report, batch[4];
+    TarvelReport report;
     memset(&report, 0, sizeof report);
     CHECK_EQ(1, WaitReportTarvel(t, &report, 5000));
     CHECK_EQ(FRAME_ID, report.id);
@@ -187,7 +168,6 @@ static int checkReception(Tarvel* t) {
     CHECK_EQ(12, report.length);
     CHECK(memcmp(report.data, kFrameData, 12) == 0);
     CHECK(report.timeUs > 1600000000ULL * 1000000ULL); /* microseconds since 1970 */
-    CHECK(WaitReportsTarvel(t, batch, 4, 5000) >= 1);
     CHECK_EQ(0, SetReportCallbackTarvel(t, onReport, &reportsCalled));
     for (int i = 0; i < 1000 && atomic_load(&reportsCalled) < 2; ++i)
         pauseMs(5);
@@ -199,12 +179,6 @@ static int checkReception(Tarvel* t) {
     CHECK_EQ(0, SetReportQueueTarvel(t, 0));
     CHECK_EQ(-2, WaitReportTarvel(t, &report, 0));
 
-    TarvelStatistics stats;
-    memset(&stats, 0, sizeof stats);
-    CHECK_EQ(0, GetStatisticsTarvel(t, &stats));
-    CHECK(stats.reportsReceived >= 3 && stats.framesSent > 0 && stats.lastReceivedUs > 0);
-    CHECK_EQ(0, ResetStatisticsTarvel(t));
-    CHECK_EQ(0, PingTarvel(t));
     unsigned int readMs = 0, writeMs = 0;
     CHECK_EQ(0, SetTimeoutTarvel(t, 900, 800));
     CHECK_EQ(0, GetTimeoutTarvel(t, &readMs, &writeMs));
@@ -212,7 +186,6 @@ static int checkReception(Tarvel* t) {
     CHECK(strcmp(ResultTextTarvel(-14), "no valid answer from the device") == 0);
     CHECK(strcmp(OperationResultTextTarvel("ReadEepromTarvel", -666),
                  "the device returned a block of the wrong length") == 0);
-    CHECK(strchr(LibraryVersionTarvel(), '.') != NULL);
 
     /* The last report stays readable after the request is gone. */
     CHECK_EQ(0, RemoveRequestTarvel(t, FRAME_ID));

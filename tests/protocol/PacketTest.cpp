@@ -29,16 +29,3 @@ TEST(Packet, LengthByteAndChecksumOfTheLongestPayload) {
     EXPECT_EQ(packet[257], 0xFF);
     EXPECT_EQ(packet[258], 0xFF);
 }
-
-TEST(Packet, MessageIdSequenceSkipsReservedIds) {
-    uint8_t id = 0;
-    for (int expected = 5; expected <= 255; ++expected) {
-        id = nextMessageId(id);
-        ASSERT_EQ(id, expected);
-    }
-    // 251 tracked commands leave 255; the next one is 5, never 0..4.
-    EXPECT_EQ(nextMessageId(id), 5);
-    for (uint8_t reserved = 0; reserved < 5; ++reserved) {
-        EXPECT_EQ(nextMessageId(reserved), 5) << int(reserved);
-    }
-}

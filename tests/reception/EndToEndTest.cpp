@@ -53,21 +53,6 @@ TEST_F(EndToEnd, ChangedSignalIsReadBackFromTheBus) {
     }
 }
 
-TEST_F(EndToEnd, InjectedFrameIsReadOnItsChannel) {
-    const int key = tarvel.RequestMessage(0x02, 0x0456, false, false, 8, false, false, nullptr);
-    ASSERT_EQ(0x20456, key);
-    ASSERT_EQ(0, tarvel.StartReceiver());
-    const auto low = static_cast<unsigned short>(tarvel.RequestSignal(key, 0, 15));
-    const auto all = static_cast<unsigned short>(tarvel.RequestSignal(key, 0, 63));
-
-    sim().injectFrame({1, 0x456, 0, {0x34, 0x12, 0, 0, 0, 0, 0, 0x80}});
-    EXPECT_TRUE(reads(low, 0x1234u));
-    EXPECT_TRUE(reads(all, 0x8000000000001234ULL));
-    // A newer frame replaces the report.
-    sim().injectFrame({1, 0x456, 0, {0x78, 0x56, 0, 0, 0, 0, 0, 0}});
-    EXPECT_TRUE(reads(low, 0x5678u));
-}
-
 TEST_F(EndToEnd, TablesSurviveReceiverRestartButNotDeviceReset) {
     const auto message = addMessage(0x321);
     const int key = tarvel.RequestMessage(0x01, 0x321, false, false, 8, false, false, nullptr);

@@ -231,44 +231,31 @@ TEST_F(PortIo, PurgingAndClosingWakeAReadOnAnotherThread) {
     EXPECT_TRUE(afterClose == 0 || afterClose == -1) << afterClose; // woken, or begun on the closed port
 }
 
+// A copy is not connected but keeps the time-outs; assignment closes the
+// target's device (also assigning a port to itself), so that it can be opened again.
 TEST(PortCopy, CopiesAreNotConnectedAndAssignmentClosesTheTarget) {
     Pty a, b;
-    SerialPort source;
+    SerialPort source, target;
     ASSERT_EQ(connectLine(source, a.slavePath()), 0);
     ASSERT_EQ(source.SetTimeout(123, 456), 0);
-    unsigned char byte = 1;
-    ASSERT_GE(source.WriteByteNonblock(&byte, 1), 1);
-
-    SerialPort copy(source);
-    EXPECT_FALSE(copy.IsActive());
-    EXPECT_EQ(copy.getThrStatus(), SerialPort::IDLE);
-    unsigned r = 0, w = 0;
-    copy.GetTimeout(r, w);
-    EXPECT_EQ(r, 123u);
-    EXPECT_EQ(w, 456u);
-    EXPECT_TRUE(source.IsActive());
-    Pty c;
-    ASSERT_EQ(connectLine(copy, c.slavePath()), 0); // a port of its own
-
-    SerialPort target;
     ASSERT_EQ(connectLine(target, b.slavePath()), 0);
+    unsigned char byte = 1;
     ASSERT_GE(target.WriteByteNonblock(&byte, 1), 1);
+    SerialPort copy(source);
     target = source;
-    EXPECT_FALSE(target.IsActive());
-    EXPECT_EQ(target.getThrStatus(), SerialPort::IDLE);
-    target.GetTimeout(r, w);
-    EXPECT_EQ(r, 123u);
-    SerialPort probe; // the target's device was closed, not leaked
+    for (SerialPort* p : {&copy, &target}) {
+        EXPECT_FALSE(p->IsActive());
+        EXPECT_EQ(p->getThrStatus(), SerialPort::IDLE);
+        unsigned r = 0, w = 0;
+        p->GetTimeout(r, w);
+        EXPECT_EQ(r * 1000 + w, 123456u);
+    }
+    EXPECT_TRUE(source.IsActive());
+    SerialPort probe;
     EXPECT_EQ(connectLine(probe, b.slavePath()), 0);
-
-    // A port assigned to itself is a connected target like any other.
     source = source;
     EXPECT_FALSE(source.IsActive());
-    EXPECT_EQ(source.getThrStatus(), SerialPort::IDLE);
-    source.GetTimeout(r, w);
-    EXPECT_EQ(w, 456u);
-    SerialPort probeA;
-    EXPECT_EQ(connectLine(probeA, a.slavePath()), 0);
+    EXPECT_EQ(connectLine(copy, a.slavePath()), 0);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// Faults that the library tests do not already rely on, or rely on counting exactly.
+// Faults whose timing the library tests rely on, and the framing faults.
 // The simulator needs pseudo-terminals: not built on Windows.
 #ifndef _WIN32
 #include <algorithm>
@@ -44,33 +44,6 @@ TEST_F(SimFaults, FramingFaultsStillCarryTheAnswer) {
     EXPECT_NE(slip::END, raw.front()); // garbage ahead of the opening END
     const Bytes cut{slip::ESC, slip::ESC_BRK};
     EXPECT_NE(std::search(raw.begin(), raw.end(), cut.begin(), cut.end()), raw.end());
-}
-
-TEST_F(SimFaults, FloodsAndStillAnswers) {
-    Faults f;
-    f.floodPerSecond = 2000;
-    sim->setFaults(f);
-    std::vector<uint32_t> numbers;
-    while (numbers.size() < 20) {
-        const Bytes d = report();
-        ASSERT_EQ(11u, d.size());
-        numbers.push_back(uint32_t(d[3]) << 24 | d[4] << 16 | d[5] << 8 | d[6]);
-    }
-    EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
-
-    f = {};
-    f.floodMax = true;
-    sim->setFaults(f);
-    ASSERT_TRUE(line->send(50, cmd::PING));
-    std::size_t reports = 0;
-    for (bool answered = false; !answered || reports < 1000;) {
-        const Answer a = line->next();
-        ASSERT_TRUE(a) << (answered ? "reports ended" : "no answer") << " after " << reports << " reports";
-        if (a.response == response::ASYNC_MESSAGE)
-            ++reports;
-        else
-            answered = answered || (a.id == 50 && okValue(a) == 0);
-    }
 }
 
 #endif

@@ -22,9 +22,6 @@
 #ifndef TARVEL_PATH
 #define TARVEL_PATH ""
 #endif
-#ifndef LOG2ASC_PATH
-#define LOG2ASC_PATH ""
-#endif
 
 using namespace simtest;
 using ::testing::HasSubstr;
@@ -113,9 +110,10 @@ TEST_F(SimProgram, BothProgramsTakeTheSameOptionsAndLogTheBus) {
     }
 }
 
-// python-can and can-utils' log2asc, where the machine has them, read back
-// every line of a bus log as the frame it stands for.
-TEST_F(SimProgram, CandumpReadersReadTheBusLog) {
+// python-can, where the machine has it, reads back every line of a bus log
+// as the frame it stands for.
+TEST_F(SimProgram, PythonCanReadsTheBusLog) {
+    if (runProcess({"/usr/bin/python3", "-c", "import can"}).exitCode != 0) GTEST_SKIP() << "python3-can is missing";
     const std::string log = file("bus.log");
     std::vector<std::string> args = {TARVEL_SIM_PATH, "--bus-log", log};
     args.insert(args.end(), kInjections.begin(), kInjections.end());
@@ -125,41 +123,26 @@ TEST_F(SimProgram, CandumpReadersReadTheBusLog) {
     ASSERT_EQ(0, sim.finish().exitCode);
     const auto written = lines(readFile(log));
 
-    if (runProcess({"/usr/bin/python3", "-c", "import can"}).exitCode == 0) {
-        const ProcessResult reader =
-            runProcess({"/usr/bin/python3", "-c",
-                        "import can, sys\n"
-                        "for m in can.LogReader(sys.argv[1]):\n"
-                        "    print(m.channel, '%X' % m.arbitration_id, int(m.is_extended_id), int(m.is_fd),\n"
-                        "          m.data.hex().upper(), '%.6f' % m.timestamp)\n",
-                        log});
-        ASSERT_EQ(0, reader.exitCode) << reader.err;
-        const std::map<std::string, std::string> read = {
-            {"can0 123#DEADBEEF", "can0 123 0 0 DEADBEEF"},
-            {"can1 18FEF100#0102030405060708", "can1 18FEF100 1 0 0102030405060708"},
-            {"can3 7FF##0000102030405060708000000", "can3 7FF 0 1 000102030405060708000000"}};
-        const auto got = lines(reader.out);
-        ASSERT_EQ(written.size(), got.size()) << reader.out;
-        for (std::size_t i = 0; i < got.size(); ++i) {
-            std::smatch m;
-            ASSERT_TRUE(std::regex_match(written[i], m, kBusLine)) << written[i];
-            const std::size_t cut = got[i].rfind(' ');
-            EXPECT_EQ(read.at(m[2]), got[i].substr(0, cut));
-            EXPECT_NEAR(std::stod(m[1]), std::stod(got[i].substr(cut + 1)), 2e-6) << got[i];
-        }
-    }
-    if (*LOG2ASC_PATH) {
-        const std::string asc = file("bus.asc");
-        const ProcessResult reader = runProcess({LOG2ASC_PATH, "-I", log, "-O", asc, "can0", "can1", "can2", "can3"});
-        ASSERT_EQ(0, reader.exitCode) << reader.err;
-        // Channels count from 1 in the order given.
-        const std::regex frame(
-            R"(\s*[0-9.]+ (1\s+123\s+Rx\s+d 4 DE AD BE EF|2\s+18FEF100x\s+Rx\s+d 8 01 02 03 04 05 06 07 08|)"
-            R"(CANFD\s+4\s+Rx\s+7FF\s.* 12 00 01 02 03 04 05 06 07 08 00 00 00\s.*))");
-        std::size_t frames = 0;
-        for (const std::string& line : lines(readFile(asc)))
-            frames += std::regex_match(line, frame);
-        EXPECT_EQ(written.size(), frames) << readFile(asc);
+    const ProcessResult reader =
+        runProcess({"/usr/bin/python3", "-c",
+                    "import can, sys\n"
+                    "for m in can.LogReader(sys.argv[1]):\n"
+                    "    print(m.channel, '%X' % m.arbitration_id, int(m.is_extended_id), int(m.is_fd),\n"
+                    "          m.data.hex().upper(), '%.6f' % m.timestamp)\n",
+                    log});
+    ASSERT_EQ(0, reader.exitCode) << reader.err;
+    const std::map<std::string, std::string> read = {
+        {"can0 123#DEADBEEF", "can0 123 0 0 DEADBEEF"},
+        {"can1 18FEF100#0102030405060708", "can1 18FEF100 1 0 0102030405060708"},
+        {"can3 7FF##0000102030405060708000000", "can3 7FF 0 1 000102030405060708000000"}};
+    const auto got = lines(reader.out);
+    ASSERT_EQ(written.size(), got.size()) << reader.out;
+    for (std::size_t i = 0; i < got.size(); ++i) {
+        std::smatch m;
+        ASSERT_TRUE(std::regex_match(written[i], m, kBusLine)) << written[i];
+        const std::size_t cut = got[i].rfind(' ');
+        EXPECT_EQ(read.at(m[2]), got[i].substr(0, cut));
+        EXPECT_NEAR(std::stod(m[1]), std::stod(got[i].substr(cut + 1)), 2e-6) << got[i];
     }
 }
 

@@ -126,33 +126,12 @@ protected:
         return a;
     }
     int status(uint8_t code, const Bytes& payload = {}) { return okValue(ask(code, payload)); }
-    // The data of the next frame, which must be a report.
-    Bytes report() {
-        Answer a = line->next();
-        EXPECT_EQ(response::ASYNC_MESSAGE, a.response);
-        return a.data;
-    }
 
     // ADD_MESSAGE payload: channel selector, 29-bit id, dlc, period, enabled, data.
-    static Bytes message(uint8_t selector1, uint32_t id, uint8_t dlc, uint16_t period, bool enabled, Bytes data,
+    static Bytes message(uint8_t selector1, uint32_t id, uint8_t dlc, uint16_t period, bool enabled, const Bytes& data,
                          uint8_t flags = 0) {
-        Bytes p{selector1,
-                0,
-                uint8_t(id),
-                uint8_t(id >> 8),
-                uint8_t(id >> 16),
-                uint8_t(id >> 24),
-                flags,
-                0,
-                0,
-                dlc,
-                0,
-                0,
-                uint8_t(period >> 8),
-                uint8_t(period),
-                0,
-                0,
-                uint8_t(enabled ? 1 : 0)};
+        Bytes p = cat({selector1, 0, uint8_t(id), uint8_t(id >> 8), uint8_t(id >> 16), uint8_t(id >> 24), flags, 0, 0},
+                      {dlc, 0, 0, uint8_t(period >> 8), uint8_t(period), 0, 0, uint8_t(enabled ? 1 : 0)});
         for (uint8_t b : data)
             p.push_back(b); // (an insert trips a false array-bounds warning of GCC 12)
         return p;

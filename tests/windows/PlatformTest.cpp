@@ -83,18 +83,6 @@ TEST(Win32Event, NamedEventsAreSharedAndManualReset) {
     event::close(b);
 }
 
-TEST(Win32Event, UnnamedEventsArePrivate) {
-    tarvel::PortEvent* a = event::create(nullptr);
-    tarvel::PortEvent* b = event::create(nullptr);
-    ASSERT_NE(nullptr, a);
-    ASSERT_NE(nullptr, b);
-    ASSERT_TRUE(event::set(a));
-    EXPECT_EQ(event::kTimeout, event::wait(b, 0));
-    EXPECT_EQ(event::kSignalled, event::wait(a, 0));
-    event::close(a);
-    event::close(b);
-}
-
 // The test helper itself: the writers share the capture file's position, so
 // reading part-way must not move it; the C runtime's stderr, std::cerr and
 // the process's standard error handle all land in the capture, in order.
