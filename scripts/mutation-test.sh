@@ -115,7 +115,8 @@ if ! suite >"$scratch/baseline.txt" 2>&1; then
     grep -E "Failed|Timeout|\*\*\*" "$scratch/baseline.txt" >&2 || tail -20 "$scratch/baseline.txt" >&2
     exit 2
 fi
-echo "mutation-test: the unchanged tree passes ($(grep -o '[0-9]* tests passed' "$scratch/baseline.txt" | head -1)); $(printf '%s\n' "${only[@]}" | wc -l) mutants"
+echo "mutation-test: the unchanged tree passes its $(grep -o 'out of [0-9]*' "$scratch/baseline.txt" | cut -d' ' -f3) tests;" \
+    "$(printf '%s\n' "${only[@]}" | wc -l) mutants"
 
 caught=0 survived=0 invalid=0
 survivors=()
