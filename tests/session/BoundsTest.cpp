@@ -3,7 +3,6 @@
 // closed port.
 #include <chrono>
 #include <functional>
-#include <future>
 
 #include "CaptureStderr.h"
 #include "ScriptedAnswers.h"
@@ -18,17 +17,6 @@ namespace {
 
 long long msSince(Clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
-
-// Runs `call` on another thread; when it has not returned within `limit`,
-// fails the test and lets it return through `unstick`.
-template <class F> auto within(std::chrono::seconds limit, F call, const std::function<void()>& unstick) {
-    auto result = std::async(std::launch::async, call);
-    if (result.wait_for(limit) != std::future_status::ready) {
-        ADD_FAILURE() << "still running after " << limit.count() << " s";
-        unstick();
-    }
-    return result.get();
 }
 
 class Bounds : public SimSession {};

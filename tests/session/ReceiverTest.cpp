@@ -1,7 +1,5 @@
 // The receiver thread: start and stop, the sync buffer it fills, the async
 // map, and the ways it ends by itself.
-#include <functional>
-#include <future>
 
 #include "CaptureStderr.h"
 #include "ScriptedAnswers.h"
@@ -169,27 +167,23 @@ TEST_F(Receiver, EndsByItselfOnBadTrafficOrAClosedPort) {
     barrier();
 }
 
-// Runs `step` on another thread: false if it has not returned within 5 s, and
-// then `unstick` lets it return so that the test can end.
-bool returnsPromptly(const std::function<void()>& step, const std::function<void()>& unstick) {
-    auto done = std::async(std::launch::async, step);
-    if (done.wait_for(std::chrono::seconds(5)) == std::future_status::ready) return true;
-    unstick();
-    return false;
-}
-
 TEST_F(Receiver, StopIsPromptWhateverTheReadTimeout) {
     ASSERT_EQ(0, tarvel.SetTimeout(0xFFFFFFFFu, 1000));
     barrier();
-    ASSERT_TRUE(returnsPromptly([&] { tarvel.StopReceiver(); }, [&] { sim().sendPacket({0, Tarvel::OK, {}}); }));
+    within(
+        std::chrono::seconds(5), [&] { tarvel.StopReceiver(); },
+        [&] {
+            sim().sendPacket({0, Tarvel::OK, {}});
+        });
     EXPECT_FALSE(running());
     EXPECT_EQ(0, TarvelTestAccess::exchange(tarvel, Tarvel::PING, {})) << "no stale wake-up hits the next read";
 }
 
 TEST_F(Receiver, AStopThatOvertakesTheStartEndsTheThread) {
     tarvel.StopReceiver();
-    ASSERT_TRUE(
-        returnsPromptly([&] { TarvelTestAccess::runOvertakenReceiverLoop(tarvel); }, [&] { tarvel.StopReceiver(); }));
+    within(
+        std::chrono::seconds(5), [&] { TarvelTestAccess::runOvertakenReceiverLoop(tarvel); },
+        [&] { tarvel.StopReceiver(); });
     EXPECT_FALSE(TarvelTestAccess::receiverRunning(tarvel));
 }
 

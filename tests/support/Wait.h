@@ -1,10 +1,14 @@
-// Waiting for a condition in tests: poll with a generous deadline, never a
-// fixed sleep, so that a loaded machine only makes a test slower.
+// Waiting in tests: poll a condition with a generous deadline, never a fixed
+// sleep, so that a loaded machine only makes a test slower; bound a call that
+// must return.
 #ifndef TARVEL_TEST_WAIT_H
 #define TARVEL_TEST_WAIT_H
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <functional>
+#include <future>
 #include <thread>
 
 // Polls `condition` until it holds (true) or `timeoutMs` has passed (false).
@@ -15,6 +19,17 @@ inline bool eventually(const std::function<bool()>& condition, int timeoutMs = 1
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
+}
+
+// Runs `call` on another thread and returns what it returns; when it has not
+// returned within `limit`, fails the test and lets it return through `unstick`.
+template <class F> auto within(std::chrono::seconds limit, F call, const std::function<void()>& unstick) {
+    auto result = std::async(std::launch::async, call);
+    if (result.wait_for(limit) != std::future_status::ready) {
+        ADD_FAILURE() << "still running after " << limit.count() << " s";
+        unstick();
+    }
+    return result.get();
 }
 
 #endif
