@@ -87,15 +87,9 @@ static void checkPrinting(Tarvel* t, const char* scratchPath) {
     }
 }
 
-static void checkDeviceAndTransmit(Tarvel* t) {
-    CHECK_EQ(100, GetVersionTarvel(t));
+/* DLC 16 with data: this entry point's own refusal; without data the member's. */
+static void checkTransmitRefusals(Tarvel* t) {
     const unsigned char data[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    unsigned char back[5] = {0, 0, 0, 0, 0x55};
-    CHECK_EQ(0, WriteEepromTarvel(t, 40, 4, data));
-    CHECK_EQ(0, ReadEepromTarvel(t, 40, 4, back));
-    CHECK(memcmp(back, data, 4) == 0 && back[4] == 0x55);
-
-    /* DLC 16 with data: this entry point's own refusal; without data the member's. */
     tagCanMessage msg;
     memset(&msg, 0, sizeof msg);
     msg.dlc = 16;
@@ -113,6 +107,7 @@ static void onReport(const TarvelReport* report, void* user) {
     if (report->id == FRAME_ID && user == &reportsCalled) atomic_fetch_add(&reportsCalled, 1);
 }
 
+/* The structures as C lays them out, filled from the injected frame. */
 static int checkReception(Tarvel* t) {
     TarvelAsyncMessage msg, untouched;
     unsigned char buf[64];
@@ -127,45 +122,32 @@ static int checkReception(Tarvel* t) {
     CHECK_EQ(-5, SignalReadValue64Tarvel(t, 999, NULL, NULL, true));
 
     REQUIRE_EQ(0, StartReceiverTarvel(t));
-    CHECK_EQ(1, GetInternalThreadStatus(t) & 1);
     const int key = RequestMessageTarvel(t, 0x01, FRAME_ID, false, false, 9, false, false, NULL);
     REQUIRE_EQ(0x10000 | FRAME_ID, key);
-    const int sig32 = RequestSignalTarvel(t, key, 4, 15);
-    const int sig64 = RequestSignalTarvel(t, key, 8, 71);
-
+    const int signal = RequestSignalTarvel(t, key, 4, 15);
     /* Wait (at least 5 s) for the first report of the injected frame; null data copies nothing. */
     int rc = -1;
     for (int i = 0; i < 1000 && (rc = ReadAsyncMsgTarvel(t, key, &msg, NULL, 0)) == -1; ++i)
         pauseMs(5);
     REQUIRE_EQ(0, rc);
-    CHECK_EQ(FRAME_ID, msg.key);
-    CHECK_EQ(FRAME_ID, msg.handler);
-    CHECK_EQ(9, msg.dlc);
-    CHECK_EQ(1, msg.flag7);
+    CHECK(msg.key == FRAME_ID && msg.handler == FRAME_ID && msg.channel == 0);
+    CHECK(msg.dlc == 9 && msg.flag7 == 1 && msg.flag6 == 0 && msg.flag5 == 0 && msg.flag4 == 0);
     /* maxLen limits the copy; the rest of the buffer is not written. */
     memset(buf, 0xEE, sizeof buf);
     CHECK_EQ(8, ReadAsyncMsgTarvel(t, key, &msg, buf, 8));
-    CHECK(memcmp(buf, kFrameData, 8) == 0);
-    CHECK_EQ(0xEE, buf[8]);
+    CHECK(memcmp(buf, kFrameData, 8) == 0 && buf[8] == 0xEE);
     CHECK_EQ(12, ReadAsyncMsgTarvel(t, key, &msg, buf, 64));
-    CHECK_EQ(0xEE, buf[12]);
-
-    /* Bits 4..15 of 10 21 ...: 0x211; bits 8..71: bytes 1..8, little-endian. */
+    CHECK(memcmp(buf, kFrameData, 12) == 0 && buf[12] == 0xEE);
+    /* Bits 4..15 of 10 21 ...: 0x211. */
     unsigned int age = 0xFFFFFFFFu;
-    unsigned long long v64 = 0;
-    CHECK_EQ(0, SignalReadValue32Tarvel(t, (unsigned short)sig32, &v32, &age, true));
-    CHECK_EQ(0x211, v32);
-    CHECK(age < 60000);
-    CHECK_EQ(0, SignalReadValue64Tarvel(t, (unsigned short)sig64, &v64, NULL, true));
-    CHECK(v64 == 0x9887766554433221ULL);
+    CHECK_EQ(0, SignalReadValue32Tarvel(t, (unsigned short)signal, &v32, &age, true));
+    CHECK(v32 == 0x211 && age < 60000);
 
-    /* The same frame as an event: waited for, handed to a callback, the latest one. */
     TarvelReport report;
     memset(&report, 0, sizeof report);
     CHECK_EQ(1, WaitReportTarvel(t, &report, 5000));
-    CHECK_EQ(FRAME_ID, report.id);
-    CHECK_EQ(key, report.requestKey);
-    CHECK_EQ(12, report.length);
+    CHECK(report.id == FRAME_ID && report.requestKey == key && report.channel == 0 && report.extended == 0);
+    CHECK(report.dlc == 9 && report.length == 12 && report.flag7 == 1 && report.flag4 == 0);
     CHECK(memcmp(report.data, kFrameData, 12) == 0);
     CHECK(report.timeUs > 1600000000ULL * 1000000ULL); /* microseconds since 1970 */
     CHECK_EQ(0, SetReportCallbackTarvel(t, onReport, &reportsCalled));
@@ -173,23 +155,7 @@ static int checkReception(Tarvel* t) {
         pauseMs(5);
     CHECK_EQ(0, SetReportCallbackTarvel(t, NULL, NULL));
     CHECK(atomic_load(&reportsCalled) >= 2);
-    CHECK_EQ(0, ReadReportTarvel(t, key, &report));
-    /* The device could not tell this one apart from the live 0x123. */
-    CHECK_EQ(-31, RequestReportTarvel(t, 0x01, 0x18DA0000u | FRAME_ID, true, false, 8, false, false, NULL));
-    CHECK_EQ(0, SetReportQueueTarvel(t, 0));
-    CHECK_EQ(-2, WaitReportTarvel(t, &report, 0));
-
-    unsigned int readMs = 0, writeMs = 0;
-    CHECK_EQ(0, SetTimeoutTarvel(t, 900, 800));
-    CHECK_EQ(0, GetTimeoutTarvel(t, &readMs, &writeMs));
-    CHECK(readMs == 900 && writeMs == 800);
     CHECK(strcmp(ResultTextTarvel(-14), "no valid answer from the device") == 0);
-    CHECK(strcmp(OperationResultTextTarvel("ReadEepromTarvel", -666),
-                 "the device returned a block of the wrong length") == 0);
-
-    /* The last report stays readable after the request is gone. */
-    CHECK_EQ(0, RemoveRequestTarvel(t, FRAME_ID));
-    CHECK_EQ(12, ReadAsyncMsgTarvel(t, key, &msg, buf, 64));
     StopReceiverTarvel(t);
     return 0;
 }
@@ -215,7 +181,8 @@ int main(int argc, char** argv) {
     }
     DebugCommTarvel(t, tracePath);
     REQUIRE_EQ(0, ConnectTarvel(t, argv[1], 1000, 1000));
-    checkDeviceAndTransmit(t);
+    CHECK_EQ(100, GetVersionTarvel(t));
+    checkTransmitRefusals(t);
     if (checkReception(t)) return 1;
     CHECK_EQ(0, DisconnectTarvel(t));
     DebugCommTarvel(t, NULL); /* closes the trace */
