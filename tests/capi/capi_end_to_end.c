@@ -121,6 +121,8 @@ static int checkReception(Tarvel* t) {
     CHECK_EQ(-3, SignalReadValue32Tarvel(t, 1, &v32, NULL, true));
     CHECK_EQ(-5, SignalReadValue64Tarvel(t, 999, NULL, NULL, true));
 
+    /* Answers come through the receiver now: wait for them as long as a loaded machine needs. */
+    CHECK_EQ(0, SetAnswerWaitTarvel(t, 2000));
     REQUIRE_EQ(0, StartReceiverTarvel(t));
     const int key = RequestMessageTarvel(t, 0x01, FRAME_ID, false, false, 9, false, false, NULL);
     REQUIRE_EQ(0x10000 | FRAME_ID, key);

@@ -76,11 +76,14 @@ TEST_F(Bounds, TheAnswerWaitWithTheReceiverCanBeSetForASlowDevice) {
     tarvelsim::Faults slow;
     slow.answerDelayMs = 120;
     sim().setFaults(slow);
-    EXPECT_EQ(0, tarvel.Ping()) << "reading directly waits a read time-out";
-    ASSERT_EQ(0, tarvel.StartReceiver());
-    EXPECT_EQ(-15, tarvel.Ping()) << "50 ms by default";
-    ASSERT_EQ(0, tarvel.SetAnswerWait(1000));
-    EXPECT_EQ(0, tarvel.Ping());
+    ASSERT_EQ(0, tarvel.Disconnect()); // a session with the default wait
+    Tarvel fresh;
+    fresh.ClearPrintStream();
+    ASSERT_EQ(0, fresh.Connect(sim().portPath(), 1000, 1000)) << "reading directly waits a read time-out";
+    ASSERT_EQ(0, fresh.StartReceiver());
+    EXPECT_EQ(-15, fresh.Ping()) << "50 ms by default";
+    ASSERT_EQ(0, fresh.SetAnswerWait(kAnswerWaitMs));
+    EXPECT_EQ(0, fresh.Ping());
 }
 
 TEST_F(Bounds, TheReceiverSurvivesNoiseWhenItCountsOnlyFaultsInARow) {

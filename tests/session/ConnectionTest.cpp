@@ -88,26 +88,24 @@ TEST_F(Connection, PayloadsAbove254BytesAreRefusedBeforeSending) {
     EXPECT_EQ(0xFF, log[0].raw[0]);
 }
 
-TEST(SessionUnconnected, SendingFailsButStillAdvancesTheId) {
-    Tarvel tarvel;
-    tarvel.ClearPrintStream();
-    EXPECT_EQ(-1, tarvel.SendCommand(Tarvel::PING, {}, true));
-    EXPECT_EQ(5, TarvelTestAccess::messageId(tarvel));
-    EXPECT_EQ(-1, TarvelTestAccess::exchange(tarvel, Tarvel::PING, {})) << "a failed send is passed on unchanged";
-    EXPECT_EQ(0, tarvel.GetInternalThreadStatus());
-}
-
-TEST_F(Connection, ACopyIsUnconnectedWithOnlyThePlaceholderRequest) {
+// A copy is unconnected, with only the placeholder request; sending on it
+// fails but still takes an id. Assignment keeps both connections as they were.
+TEST_F(Connection, ACopyIsUnconnectedAndAssignmentKeepsTheConnections) {
     ASSERT_EQ(1, tarvel.RequestSignal(0x10123, 0, 7));
     Tarvel copy(tarvel);
     EXPECT_FALSE(TarvelTestAccess::portOpen(copy));
     EXPECT_EQ(1u, TarvelTestAccess::signalRequestEntries(copy));
     EXPECT_EQ(0xFFFF, TarvelTestAccess::deviceVersion(copy));
+    copy.ClearPrintStream();
+    EXPECT_EQ(-1, copy.SendCommand(Tarvel::PING, {}, true));
+    EXPECT_EQ(5, TarvelTestAccess::messageId(copy));
+    EXPECT_EQ(-1, TarvelTestAccess::exchange(copy, Tarvel::PING, {})) << "a failed send is passed on unchanged";
+    EXPECT_EQ(0, copy.GetInternalThreadStatus());
 
     copy = tarvel;
-    EXPECT_FALSE(TarvelTestAccess::portOpen(copy)) << "assignment keeps the target's connection";
+    EXPECT_FALSE(TarvelTestAccess::portOpen(copy));
     tarvel = copy;
-    EXPECT_EQ(0, tarvel.Ping()) << "and so does the source's";
+    EXPECT_EQ(0, tarvel.Ping());
 }
 
 } // namespace

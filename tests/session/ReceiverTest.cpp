@@ -58,6 +58,7 @@ TEST_F(Receiver, AnswersAreCollectedFromTheSyncBuffer) {
 
     // An error answer is printed by the receiver; the wait finds nothing.
     sim().setResponder(answer(Tarvel::PING, Tarvel::COMMAND_FAILED, {}));
+    ASSERT_EQ(0, tarvel.SetAnswerWait(100));
     CaptureStderr capture;
     const int failed = TarvelTestAccess::exchange(tarvel, Tarvel::PING, {});
     const std::string printed = capture.stop();

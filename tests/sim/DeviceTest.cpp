@@ -33,29 +33,6 @@ TEST_F(SimDevice, AnswersPingsAndFaultyPackets) {
     EXPECT_EQ(5u, sim->hostPacketCount());
 }
 
-TEST_F(SimDevice, TransmitTableOfASmallDevice) {
-    Options o;
-    o.capacity = 2;
-    ASSERT_TRUE(open(o));
-    EXPECT_EQ(0xFFFE, status(cmd::ADD_MESSAGE, message(0, 0x10, 2, 0, false, {0x01})));
-    EXPECT_EQ(0xFFFF, status(cmd::ADD_MESSAGE, message(0, 0x10, 16, 0, false, {})));
-    EXPECT_EQ(1, status(cmd::ADD_MESSAGE, message(0, 0x10, 2, 0, false, {0x01, 0x02})));
-    EXPECT_EQ(2, status(cmd::ADD_MESSAGE, message(3, 0x80000020, 9, 0, false, Bytes(12, 0x00), 0x40)));
-    EXPECT_EQ(0xFFFD, status(cmd::ADD_MESSAGE, message(0, 0x30, 0, 0, false, {})));
-
-    // Key: selectors, identifier with its flag bit, flag bits 7 and 6.
-    EXPECT_EQ(2, status(cmd::GET_HANDLER, {3, 0, 0x20, 0x00, 0x00, 0x80, 0x40}));
-    EXPECT_EQ(0xFFFF, status(cmd::GET_HANDLER, {3, 0, 0x20, 0x00, 0x00, 0x00, 0x40}));
-
-    for (uint8_t code : {cmd::REMOVE_MESSAGE, cmd::ENABLE_MESSAGE, cmd::DISABLE_MESSAGE})
-        EXPECT_EQ(1, status(code, be16(7))) << int(code); // no handler 7
-    EXPECT_EQ(0xFFFE, status(cmd::SET_MESSAGE_DATA, cat(be16(1), {0, 0xFF, 0x00})));
-    EXPECT_EQ(0, status(cmd::REMOVE_MESSAGE, be16(1)));
-    EXPECT_EQ(3, status(cmd::ADD_MESSAGE, message(0, 0x30, 0, 0, false, {}))); // not handler 1 again
-    EXPECT_EQ(1, status(cmd::ADD_CRC, Bytes(16, 0x11)));
-    EXPECT_EQ(1, status(cmd::DISABLE_CRC, be16(9)));
-}
-
 TEST_F(SimDevice, CumulativeSignalCountsEveryTransmission) {
     // Sent every 5 ms on channel 0; bits 0..3 advance by 3 at each transmission.
     ASSERT_EQ(1, status(cmd::ADD_MESSAGE, message(0, 0x7FF, 1, 5, false, {0x00})));

@@ -8,8 +8,9 @@
 //
 // Members for the tests:
 //   sim()     the simulated device (tarvelsim::Simulator&), started in SetUp
-//   tarvel    the session, connected with read/write time-outs of 1000 ms;
-//             its device-version query is already done and the packet log cleared
+//   tarvel    the session, connected with read/write time-outs of 1000 ms and
+//             answers waited for 2000 ms with the receiver running; its
+//             device-version query is already done and the packet log cleared
 //   err, inf  what the session printed on its ERR and INF channels
 //   sent(n)   waits up to 5 s until n host packets are logged since the last
 //             clearLog and returns the log (fails the test on time-out)
@@ -36,6 +37,9 @@ protected:
         tarvel.SetPrintStream(err, ERR);
         tarvel.SetPrintStream(inf, INF);
         ASSERT_EQ(0, tarvel.Connect(sim_->portPath(), 1000, 1000)) << err.str();
+        // With the receiver running an answer is waited for 50 ms by default;
+        // a loaded machine may take longer.
+        ASSERT_EQ(0, tarvel.SetAnswerWait(kAnswerWaitMs));
         sim_->clearLog();
     }
 
@@ -44,6 +48,8 @@ protected:
         tarvel.Disconnect();
         if (sim_) sim_->stop();
     }
+
+    static constexpr unsigned kAnswerWaitMs = 2000;
 
     // Override to run the device with other options (version status, faults).
     virtual tarvelsim::Options simOptions() const { return {}; }

@@ -82,9 +82,11 @@ TEST_F(TxSignals, ChangeValueIsLeftAlignedBySignalLength) {
     EXPECT_EQ("", err.str());
 }
 
-TEST_F(TxSignals, RemoveSignalDropsTheEntryOnlyOnSuccess) {
+// The host's signal entry goes with a removal the device accepts, and with a disconnect.
+TEST_F(TxSignals, RemovalOrDisconnectForgetsTheSignal) {
     const auto m = addMessage(false);
     const auto s = static_cast<unsigned short>(tarvel.AddSignal(m, 0, 8, 11, 0));
+    const auto kept = static_cast<unsigned short>(tarvel.AddSignal(m, 0, 12, 15, 0));
     sim().setResponder(answer(Tarvel::REMOVE_SIGNAL, 0xFFFF));
     EXPECT_EQ(-21, tarvel.RemoveSignal(s));
     sim().setResponder(answer(Tarvel::CHANGE_SIGNAL, 0));
@@ -93,16 +95,12 @@ TEST_F(TxSignals, RemoveSignalDropsTheEntryOnlyOnSuccess) {
     EXPECT_EQ(0, tarvel.RemoveSignal(s));
     EXPECT_EQ((Bytes{0x00, 0x0A, 0x00}), changeBytes(s, 0x000A)) << "unknown signal: value sent as it came";
     EXPECT_EQ("Tarvel::SignalChangeValue: Signal not found in internal API structure.\n", err.str());
-}
 
-TEST_F(TxSignals, TablesAreEmptiedByDisconnect) {
-    const auto m = addMessage(false);
-    const auto s = static_cast<unsigned short>(tarvel.AddSignal(m, 0, 8, 11, 0));
     tarvel.Disconnect();
     ASSERT_EQ(0, tarvel.Connect(sim().portPath(), 1000, 1000));
     EXPECT_EQ(-31, tarvel.SetMessageData(m, nullptr, nullptr, false, true));
     sim().setResponder(answer(Tarvel::CHANGE_SIGNAL, 0));
-    EXPECT_EQ((Bytes{0x00, 0x0A, 0x00}), changeBytes(s, 0x000A)) << "the signal's length is forgotten";
+    EXPECT_EQ((Bytes{0x00, 0x0A, 0x00}), changeBytes(kept, 0x000A)) << "the signal's length is forgotten";
 }
 
 TEST_F(TxSignals, GroupControlAndExecutePayloads) {

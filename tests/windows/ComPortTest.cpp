@@ -75,6 +75,7 @@ protected:
         tarvel.ClearPrintStream();
         tarvel.SetPrintStream(err, ERR);
         ASSERT_EQ(0, tarvel.Connect(name, readMs, kMs)) << err.str();
+        ASSERT_EQ(0, tarvel.SetAnswerWait(kMs)); // with the receiver: wine on a loaded machine is slow
     }
     void TearDown() override {
         tarvel.StopReceiver();
