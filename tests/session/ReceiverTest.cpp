@@ -2,6 +2,7 @@
 // map, and the ways it ends by itself.
 
 #include "CaptureStderr.h"
+#include "PollingThreads.h"
 #include "ScriptedAnswers.h"
 #include "SimSession.h"
 #include "TarvelTestAccess.h"
@@ -171,6 +172,7 @@ TEST_F(Receiver, EndsByItselfOnBadTrafficOrAClosedPort) {
 TEST_F(Receiver, StopIsPromptWhateverTheReadTimeout) {
     ASSERT_EQ(0, tarvel.SetTimeout(0xFFFFFFFFu, 1000));
     barrier();
+    ASSERT_TRUE(eventually(aThreadWaitsInPollWithoutTimeLimit)) << "the receiver's read has begun";
     within(
         std::chrono::seconds(5), [&] { tarvel.StopReceiver(); },
         [&] {
