@@ -213,13 +213,15 @@ TEST_F(PortIo, PurgingAndClosingWakeTheRead) {
     ASSERT_EQ(port.SetTimeout(30000, 1000), 0);
     ByteVector buffer;
     const auto read = [&] { return readingThread([&] { return port.SlipReceive(buffer, 255, 1); }); };
+    const auto unstick = [&] { port.InterruptRead(); };
     auto reader = read();
-    EXPECT_EQ(port.Flush(), 0);
-    ASSERT_EQ(reader.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_EQ(0, within(
+                     std::chrono::seconds(10), [&] { return port.Flush(); }, unstick))
+        << "not after the read's 30 s";
     EXPECT_EQ(reader.get(), 0) << "woken as on a time-out";
     reader = read();
-    EXPECT_EQ(port.Disconnect(), 0);
-    ASSERT_EQ(reader.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_EQ(0, within(
+                     std::chrono::seconds(10), [&] { return port.Disconnect(); }, unstick));
     EXPECT_EQ(reader.get(), 0);
 }
 

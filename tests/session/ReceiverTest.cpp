@@ -116,6 +116,9 @@ TEST_F(Receiver, TheAsyncMapKeepsTheLatestReportPerKey) {
     barrier();
     EXPECT_EQ(0x00123u, tarvel.ReadAsyncMessage(0x50123).key);
     EXPECT_EQ(0x20123u, tarvel.ReadAsyncMessage(0x0C0123).key);
+    sim().sendPacket({3, Tarvel::ASYNC_MESSAGE, {0x01, 0x23, 0x01, 0x77}});
+    barrier();
+    EXPECT_EQ(0x30123u, tarvel.ReadAsyncMessage(0x080123).key);
     EXPECT_EQ(0u, tarvel.ReadAsyncMessage(0x0123).key) << "no channel selected";
     EXPECT_EQ(0u, tarvel.ReadAsyncMessage(0x20124).key);
 }
