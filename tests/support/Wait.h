@@ -21,6 +21,11 @@ inline bool eventually(const std::function<bool()>& condition, int timeoutMs = 1
     return true;
 }
 
+// Milliseconds since `start`, for a call that must end within a bound.
+inline long long msSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+}
+
 // Runs `call` on another thread and returns what it returns; when it has not
 // returned within `limit`, fails the test and lets it return through `unstick`.
 template <class F> auto within(std::chrono::seconds limit, F call, const std::function<void()>& unstick) {
