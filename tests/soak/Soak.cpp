@@ -11,6 +11,7 @@
 // or thread left after the session is closed; 2 the simulator did not start;
 // 3 no exchange finished for the watchdog's time (a deadlock).
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -25,10 +26,11 @@
 #include <thread>
 #include <vector>
 
+#include "Process.h"
 #include "ProcessCounts.h"
-#include "SimProcess.h"
 #include "Tally.h"
 #include "TarvelAPI.h"
+#include "Wait.h"
 #include "Workers.h"
 
 namespace {
@@ -59,10 +61,31 @@ struct Measures {
 };
 
 // The simulator, ended with the soak however it ends.
-SimProcess* g_simulator = nullptr;
+Process* g_simulator = nullptr;
+
+// Asks tarvel-sim to end (SIGTERM, SIGKILL after 10 s); what it said on its
+// error stream goes to the soak's.
+void stopSimulator(Process& sim) {
+    sim.signal(SIGTERM);
+    std::fputs(sim.finish(10000).err.c_str(), stderr);
+}
+
+// The terminal tarvel-sim serves, from its first line; empty when it does not say within 10 s.
+std::string servedPort(const Process& sim) {
+    const std::string ready = "Simulated device ready on ";
+    auto said = [&] {
+        const std::string out = sim.out();
+        const std::size_t at = out.find(ready);
+        return at != std::string::npos && out.find('\n', at) != std::string::npos;
+    };
+    if (!eventually(said, 10000)) return "";
+    const std::string out = sim.out();
+    const std::size_t at = out.find(ready) + ready.size();
+    return out.substr(at, out.find('\n', at) - at);
+}
 
 [[noreturn]] void deadlock(const Tally& tally, const std::string& what) {
-    if (g_simulator != nullptr) g_simulator->stop();
+    if (g_simulator != nullptr) stopSimulator(*g_simulator);
     std::printf("\nDEADLOCK: %s\n", what.c_str());
     tally.print(stdout);
     std::fflush(stdout);
@@ -214,27 +237,30 @@ int main(int argc, char** argv) {
     }
     ::close(log);
 
-    SimProcess sim;
-    g_simulator = &sim;
-    std::string error;
     const std::vector<std::string> simArguments = traffic::simulatorArguments();
-    if (!sim.start(s.simulator, simArguments, s.errorLog, error)) {
-        std::printf("%s\n", error.c_str());
+    std::vector<std::string> command{s.simulator};
+    command.insert(command.end(), simArguments.begin(), simArguments.end());
+    Process sim(command); // its own process: its memory and threads are not the soak's
+    g_simulator = &sim;
+    const std::string port = servedPort(sim);
+    if (port.empty()) {
+        std::printf("%s did not say which terminal it serves (it said: \"%s\")\n", s.simulator.c_str(),
+                    sim.out().c_str());
         return 2;
     }
     std::string faults;
     for (const std::string& a : simArguments)
         faults += " " + a;
     std::printf("soak: %u s, %u workers, answer wait %u ms, on %s, tarvel-sim%s\n", s.seconds, 4 + s.eepromWorkers,
-                s.answerWaitMs, sim.portPath().c_str(), faults.c_str());
+                s.answerWaitMs, port.c_str(), faults.c_str());
 
     Tally tally;
     m.before = ProcessCounts::baseline();
-    const bool ran = soakSession(sim.portPath(), s, tally, m);
+    const bool ran = soakSession(port, s, tally, m);
     m.settled = ProcessCounts::settlesTo(m.before);
     m.after = ProcessCounts::now();
     const bool simRan = sim.running();
-    sim.stop();
+    stopSimulator(sim);
     if (!ran) return 1;
 
     std::printf("\n");
