@@ -137,13 +137,8 @@ def test_the_set_up_says_how_each_signal_is_sent(rest):
         "DoorLockRequest": ("device", ""),
         "InteriorLight": ("device", ""),
     }
-    table = rest.table().splitlines()
-    assert table[0].split() == ["FRAME", "ID", "BYTES", "CYCLE", "SIGNAL", "SENT", "AS", "VALUE"]
-    assert table[1].split()[:8] == ["VehicleDynamics", "120", "8", "10", "ms", "VehicleSpeed", "device", "50"]
-    assert any(line.split()[:6] == ["VehicleInfo", "18FEF100", "8", "100", "ms", "Odometer"] for line in table)
-    assert any(line.split()[:4] == ["BatteryStatus", "310", "16", "FD"] for line in table)
-    assert any(line.split()[:5] == ["DoorCommand", "500", "2", "on", "change"] for line in table)
-    assert table[-1] == "4 frames: 9 device signals, 1 alive counter, 6 host-encoded signals"
+    # The table's lines: python -m tarvel restbus prints it (test_restbus_command.py).
+    assert rest.table().splitlines()[-1] == "4 frames: 9 device signals, 1 alive counter, 6 host-encoded signals"
 
 
 # One value per kind of signal: (signal, physical value given, value canmatrix decodes).
@@ -223,10 +218,8 @@ def test_set_many_changes_the_signals_of_a_frame_together(rest, device, database
 
 
 REFUSED = [
-    ({"VehicleSpeed": 320.01}, "VehicleSpeed: 320.01 km/h is outside its range 0 to 320 km/h"),
     ({"YawRate": -204.9}, "YawRate: -204.9 deg/s is outside its range -204.8 to 204.7 deg/s"),
     ({"OutsideTemperature": 87.6}, "OutsideTemperature: 87.6 degC is outside its range -40 to 87.5 degC"),
-    ({"Odometer": -0.1}, "Odometer: -0.1 km is outside its range 0 to 429496729.5 km"),
     ({"BatteryVoltage": 1000.5}, "BatteryVoltage: 1000.5 V is outside its range 0 to 1000 V"),
     ({"VehicleSpeed": 1.005}, "VehicleSpeed: 1.005 km/h is not one of its values: it goes in steps of 0.01 from 0"),
     ({"OutsideTemperature": 20.2}, "(nearest 20 and 20.5 degC)"),
