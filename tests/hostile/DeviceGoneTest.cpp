@@ -56,13 +56,7 @@ private:
 // through, the next is lost), killed with SIGKILL.
 class KilledSimulator : public GoingDevice {
 public:
-    std::string path() override {
-        const std::string ready = "Simulated device ready on ";
-        if (!eventually([&] { return m_sim.out().find(ready + "/") != std::string::npos; })) return "";
-        const std::string out = m_sim.out();
-        const std::size_t at = out.find(ready) + ready.size();
-        return out.substr(at, out.find('\n', at) - at);
-    }
+    std::string path() override { return servedPort(m_sim); }
     bool holdsTheCommand() override { return m_sim.err().find("answer 2 dropped") != std::string::npos; }
     void goAway() override {
         m_sim.signal(SIGKILL);

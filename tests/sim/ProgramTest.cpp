@@ -34,12 +34,6 @@ std::string readLink(const std::string& path) {
     return std::filesystem::read_symlink(path, e).string();
 }
 
-// The path of "Simulated device ready on PATH".
-std::string readyPath(const std::string& said) {
-    std::smatch m;
-    return std::regex_search(said, m, std::regex("Simulated device ready on (\\S+)\n")) ? m[1].str() : "";
-}
-
 bool says(const Process& p, const std::string& text) {
     return eventually([&] { return p.out().find(text) != std::string::npos; });
 }
@@ -143,7 +137,7 @@ TEST_F(SimProgram, ALiveSimulatorKeepsItsLink) {
     const std::string link = file("tty");
     Process first({TARVEL_SIM_PATH, "--link", link});
     ASSERT_TRUE(says(first, "Linked as " + link + "\n")) << first.err();
-    const std::string firstPath = readyPath(first.out());
+    const std::string firstPath = servedPort(first);
 
     for (const auto& program : {TARVEL_SIM_PATH, TARVEL_PATH}) {
         std::vector<std::string> args = {program, "--link", link};
@@ -162,7 +156,7 @@ TEST_F(SimProgram, ALiveSimulatorKeepsItsLink) {
     EXPECT_EQ(firstPath, readLink(link));
     Process next({TARVEL_PATH, "sim", "--link", link});
     ASSERT_TRUE(says(next, "Linked as " + link + "\n")) << next.err();
-    EXPECT_EQ(readyPath(next.out()), readLink(link));
+    EXPECT_EQ(servedPort(next), readLink(link));
     next.signal(SIGINT);
     EXPECT_EQ(0, next.finish().exitCode);
     EXPECT_EQ("", readLink(link));

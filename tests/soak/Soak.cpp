@@ -30,7 +30,6 @@
 #include "ProcessCounts.h"
 #include "Tally.h"
 #include "TarvelAPI.h"
-#include "Wait.h"
 #include "Workers.h"
 
 namespace {
@@ -68,20 +67,6 @@ Process* g_simulator = nullptr;
 void stopSimulator(Process& sim) {
     sim.signal(SIGTERM);
     std::fputs(sim.finish(10000).err.c_str(), stderr);
-}
-
-// The terminal tarvel-sim serves, from its first line; empty when it does not say within 10 s.
-std::string servedPort(const Process& sim) {
-    const std::string ready = "Simulated device ready on ";
-    auto said = [&] {
-        const std::string out = sim.out();
-        const std::size_t at = out.find(ready);
-        return at != std::string::npos && out.find('\n', at) != std::string::npos;
-    };
-    if (!eventually(said, 10000)) return "";
-    const std::string out = sim.out();
-    const std::size_t at = out.find(ready) + ready.size();
-    return out.substr(at, out.find('\n', at) - at);
 }
 
 [[noreturn]] void deadlock(const Tally& tally, const std::string& what) {

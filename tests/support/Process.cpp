@@ -95,3 +95,19 @@ ProcessResult Process::finish(int timeoutMs) {
     if (!eventually([this] { return !running(); }, timeoutMs)) ::kill(m_pid, SIGKILL); // reaped when destroyed
     return {m_pid > 0 ? -1 : m_exitCode, out(), err()};
 }
+
+std::string servedPort(const Process& sim, int timeoutMs) {
+    const std::string ready = "Simulated device ready on ";
+    std::string out;
+    std::size_t at = std::string::npos;
+    eventually(
+        [&] {
+            out = sim.out();
+            at = out.find(ready);
+            return at != std::string::npos && out.find('\n', at) != std::string::npos;
+        },
+        timeoutMs);
+    if (at == std::string::npos || out.find('\n', at) == std::string::npos) return "";
+    at += ready.size();
+    return out.substr(at, out.find('\n', at) - at);
+}

@@ -47,6 +47,10 @@ private:
     int m_exitCode = -1;
 };
 
+// The terminal a running tarvel-sim serves: PATH of its line "Simulated
+// device ready on PATH", waited for up to `timeoutMs`; empty when it does not say.
+std::string servedPort(const Process& sim, int timeoutMs = 10000);
+
 inline ProcessResult runProcess(const std::vector<std::string>& argv, const std::vector<std::string>& environment = {},
                                 const std::string& directory = "", int timeoutMs = 30000) {
     return Process(argv, environment, directory).finish(timeoutMs);
