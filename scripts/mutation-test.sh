@@ -145,8 +145,9 @@ for name in "${only[@]}"; do
         survivors+=("$name")
     else
         verdict=caught
-        detail=$(grep -E -o '[A-Za-z0-9_./]+ \.+\*+(Failed|Timeout|Exception|Not Run|SEGFAULT|Subprocess aborted)' \
-                     "$scratch/run.txt" | tail -1 | sed 's/ \.*\**/: /')
+        # The failed test's name; a parameterised one is followed by "# GetParam() = ...".
+        detail=$( (grep -E -o 'Test +#[0-9]+: [^ ]+ [^*]*\*+(Failed|Timeout|Exception|Not Run|SEGFAULT|Subprocess aborted)' \
+                       "$scratch/run.txt" || true) | tail -1 | sed -E 's/^Test +#[0-9]+: ([^ ]+) [^*]*\*+/\1: /')
         caught=$((caught + 1))
     fi
     "$python" "$tool" restore "$list" "$name" "$scratch"
