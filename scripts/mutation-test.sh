@@ -11,7 +11,7 @@
 #   --keep       keep the scratch copy (its path is printed)
 # Environment: TARVEL_MUTATION_JOBS (default 2), TARVEL_MUTATION_TIMEOUT (seconds
 # per test without a time-out of its own, default 60).
-# Takes about an hour on two cores; not part of CI.
+# Takes about half an hour on two cores; not part of CI.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source_dir=$(pwd)
