@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Builds the fuzz preset (clang, libFuzzer, AddressSanitizer +
+# UndefinedBehaviorSanitizer) and runs each fuzz target in turn, starting from
+# its seeds in fuzz/corpus/<target>/:
+#   scripts/run-fuzz.sh --seconds 60 [target...]      each for 60 s (CI)
+#   scripts/run-fuzz.sh --runs 10000000 [target...]   each for that many inputs
+# Without names every fuzz_* target built runs. Prints per target the inputs
+# executed, the time taken and the result; fails when any target reports a
+# crash, a failed check, a leak, a sanitizer error, a hang or too much memory.
+# Logs go to build/fuzz/logs/, the input that failed to build/fuzz/artifacts/.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+usage() {
+    echo "usage: $0 (--seconds N | --runs N) [target...]" >&2
+    exit 2
+}
+[ $# -ge 2 ] || usage
+case "$1" in
+--seconds) limit=(-max_total_time="$2") ;;
+--runs) limit=(-runs="$2") ;;
+*) usage ;;
+esac
+[[ "$2" =~ ^[0-9]+$ ]] || usage
+shift 2
+
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz
+
+build=build/fuzz
+targets=("$@")
+if [ ${#targets[@]} -eq 0 ]; then
+    mapfile -t targets < <(find "$build/fuzz" -maxdepth 1 -type f -executable -name 'fuzz_*' -printf '%f\n' | sort)
+fi
+[ ${#targets[@]} -gt 0 ] || { echo "no fuzz targets in $build/fuzz" >&2; exit 1; }
+mkdir -p "$build/logs" "$build/artifacts"
+
+export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1}"
+export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
+
+failed=0
+summary=()
+for target in "${targets[@]}"; do
+    exe="$build/fuzz/$target"
+    [ -x "$exe" ] || { echo "no such fuzz target: $target" >&2; exit 2; }
+    seeds=fuzz/corpus/$target
+    work=$build/corpus/$target # new inputs go here; the seeds stay as they are
+    log=$build/logs/$target.log
+    rm -rf "$work"
+    mkdir -p "$work" "$seeds"
+    echo "=== $target ==="
+    start=$(date +%s)
+    status=0
+    "$exe" "${limit[@]}" -timeout=30 -rss_limit_mb=2048 -print_final_stats=1 \
+        -artifact_prefix="$build/artifacts/$target-" "$work" "$seeds" >"$log" 2>&1 || status=$?
+    seconds=$(($(date +%s) - start))
+    inputs=$(awk '/^stat::number_of_executed_units:/ { n = $2 } END { print n + 0 }' "$log")
+    if [ $status -eq 0 ]; then
+        result=ok
+    else
+        failed=1
+        # The first report line names the fault (check, sanitizer, leak, time-out).
+        result="FAILED: $(grep -m1 -E 'check failed|ERROR: (AddressSanitizer|LeakSanitizer|libFuzzer)|runtime error|SUMMARY' "$log" || echo "exit status $status")"
+        tail -n 60 "$log"
+    fi
+    line=$(printf '%-16s %12s inputs %6s s  %s' "$target" "$inputs" "$seconds" "$result")
+    echo "$line"
+    summary+=("$line")
+done
+
+echo "=== fuzzing summary ==="
+printf '%s\n' "${summary[@]}"
+exit $failed
