@@ -51,7 +51,9 @@ for target in "${targets[@]}"; do
     echo "=== $target ==="
     start=$(date +%s)
     status=0
-    "$exe" "${limit[@]}" -timeout=30 -rss_limit_mb=2048 -print_final_stats=1 \
+    # -close_fd_mask=2: the library's own reports on stderr are dropped;
+    # libFuzzer's, the sanitizers' and the failed checks' output is kept.
+    "$exe" "${limit[@]}" -timeout=30 -rss_limit_mb=2048 -close_fd_mask=2 -print_final_stats=1 \
         -artifact_prefix="$build/artifacts/$target-" "$work" "$seeds" >"$log" 2>&1 || status=$?
     seconds=$(($(date +%s) - start))
     inputs=$(awk '/^stat::number_of_executed_units:/ { n = $2 } END { print n + 0 }' "$log")
