@@ -22,6 +22,7 @@ struct Line {
     std::size_t readPos = 0;
     ByteVector chunkSizes;
     std::size_t nextChunk = 0;
+    std::size_t emptyReads = 0;
     ByteVector written;
 };
 
@@ -55,6 +56,7 @@ void setInput(ByteVector input, ByteVector chunkSizes) {
     l.readPos = 0;
     l.chunkSizes = std::move(chunkSizes);
     l.nextChunk = 0;
+    l.emptyReads = 0;
     l.written.clear();
 }
 
@@ -62,6 +64,12 @@ std::size_t unread() {
     Line& l = line();
     std::lock_guard<std::mutex> lock(l.mutex);
     return l.input.size() - l.readPos;
+}
+
+std::size_t emptyReads() {
+    Line& l = line();
+    std::lock_guard<std::mutex> lock(l.mutex);
+    return l.emptyReads;
 }
 
 ByteVector takeWritten() {
@@ -117,6 +125,7 @@ IoResult readSome(PortDevice* device, unsigned char* buf, std::size_t n, uint32_
     Line& l = line();
     std::lock_guard<std::mutex> lock(l.mutex);
     std::size_t count = std::min(n, l.input.size() - l.readPos);
+    if (l.readPos == l.input.size()) ++l.emptyReads;
     if (count > 0 && !l.chunkSizes.empty()) {
         count = std::min<std::size_t>(count, 1u + l.chunkSizes[l.nextChunk]);
         l.nextChunk = (l.nextChunk + 1) % l.chunkSizes.size();

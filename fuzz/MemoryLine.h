@@ -19,6 +19,9 @@ void setInput(ByteVector input, ByteVector chunkSizes);
 // Input bytes not read yet.
 std::size_t unread();
 
+// Reads since setInput that found the input used up (time-outs).
+std::size_t emptyReads();
+
 // The bytes written since setInput, in order; the line keeps no copy.
 ByteVector takeWritten();
 
