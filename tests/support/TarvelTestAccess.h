@@ -13,6 +13,7 @@ struct TarvelTestAccess {
     static uint8_t messageId(const Tarvel& t) { return t.m_messageId; }
     static std::size_t signalRequestEntries(const Tarvel& t) { return t.m_signalRequests.size(); }
     static bool portOpen(Tarvel& t) { return t.m_serialPort.IsActive(); }
+    static SerialPort& port(Tarvel& t) { return t.m_serialPort; }
     static std::size_t syncBufferSize(Tarvel& t) {
         std::lock_guard<std::mutex> lock(t.m_syncMutex);
         return t.m_syncBuffer.size();
