@@ -4,13 +4,14 @@
 # Python package (pytest, through python-can), the packaging checks (install,
 # CMake package, pkg-config, add_subdirectory, Debian packages, API reference;
 # on the optimised build), under AddressSanitizer +
-# UndefinedBehaviorSanitizer, under ThreadSanitizer, and the Windows build
+# UndefinedBehaviorSanitizer, under ThreadSanitizer, the fuzz targets (clang,
+# libFuzzer; the three side by side for 60 s), and the Windows build
 # (cross-compiled with MinGW-w64, run under wine against the simulator).
-# Pass suite names to run only those: default soak python packaging asan tsan windows.
+# Pass suite names to run only those: default soak python packaging asan tsan fuzz windows.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 suites=("$@")
-[ ${#suites[@]} -gt 0 ] || suites=(default soak python packaging asan tsan windows)
+[ ${#suites[@]} -gt 0 ] || suites=(default soak python packaging asan tsan fuzz windows)
 bash scripts/install-deps.sh
 bash scripts/check-format.sh
 log=$(mktemp)
@@ -21,6 +22,8 @@ for suite in "${suites[@]}"; do
         bash .ci/windows.sh 2>&1 | tee -a "$log"
     elif [ "$suite" = soak ]; then
         bash scripts/run-soak.sh --seconds 60 2>&1 | tee -a "$log"
+    elif [ "$suite" = fuzz ]; then
+        bash scripts/run-fuzz.sh --seconds 60 2>&1 | tee -a "$log"
     elif [ "$suite" = python ]; then
         bash python/run-tests.sh 2>&1 | tee -a "$log"
     elif [ "$suite" = packaging ]; then
