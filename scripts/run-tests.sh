@@ -34,8 +34,10 @@ for suite in "${suites[@]}"; do
         cmake --workflow --preset "$suite" 2>&1 | tee -a "$log"
     fi
 done
-# One closing line over all suites, from ctest's and pytest's own summaries.
+# One closing line over all suites, from ctest's and pytest's own summaries
+# and the fuzz targets' figures lines.
 awk '/tests passed, [0-9]+ tests failed out of/ { total += $NF; failed += $4 }
+     /^fuzz_[a-z_]+ +[0-9]+ inputs / { total++; if ($NF != "ok") failed++ }
      /^=+ .*[0-9]+ (passed|failed).* in [0-9.]+s/ {
          for (i = 2; i <= NF; i++) {
              if ($i ~ /^passed,?$/) total += $(i - 1)
