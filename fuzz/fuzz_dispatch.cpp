@@ -1,7 +1,7 @@
-// Fuzz target: the receiver's dispatch. A session connected over the memory
-// line receives the input's bytes, run frame by frame through the receiver's
-// step on this thread (no receiver thread), until the bytes are used up or
-// the receiver would end.
+// Fuzz target: the receiver's dispatch. A session whose port is open on the
+// memory line receives the input's bytes, run frame by frame through the
+// receiver's step on this thread (no receiver thread), until the bytes are
+// used up or the receiver would end.
 //
 // Input: [flags: low 4 bits k, bit 4 repeat] [k chunk sizes] [stream...]; with
 // `repeat` the line repeats the stream until kLineBytes have arrived, as a
