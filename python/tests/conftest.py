@@ -1,13 +1,14 @@
-"""Shared fixtures: simulated devices (tarvel-sim on a pseudo-terminal), python-can buses, waiting helpers.
+"""Shared fixtures: tarvel-sim on a pseudo-terminal, python-can buses, waiting and bus-log helpers.
 
-The tests drive the installed package: scripts/run-tests.sh python installs it
-into a virtual environment and runs pytest from outside the source tree, with
-TARVEL_LIBRARY and TARVEL_SIM pointing at the build.
+python/run-tests.sh installs the package into a virtual environment and runs pytest from outside the
+source tree, with TARVEL_LIBRARY and TARVEL_SIM pointing at the build (TARVEL_TEST_INSTALLED=1).
 """
 
 import io
 import os
 import pathlib
+import subprocess
+import sys
 import time
 
 import can
@@ -17,25 +18,23 @@ import tarvel
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent  # python/ of the checkout
 EXAMPLES = SOURCE / "examples"
+INSTALLED = os.environ.get("TARVEL_TEST_INSTALLED") == "1"
 
 
 def wait_for(condition, what, timeout=10.0):
     """Polls until condition() is truthy and returns its value; fails after a generous deadline."""
     deadline = time.monotonic() + timeout
-    while True:
-        value = condition()
-        if value:
-            return value
+    while not (value := condition()):
         if time.monotonic() > deadline:
             raise AssertionError(f"timed out after {timeout} s waiting for {what}")
         time.sleep(0.005)
+    return value
 
 
 def bus_log(sim):
     """Every frame on the simulator's bus so far, from its bus log (candump format) read by python-can."""
     text = pathlib.Path(sim.options["bus_log"]).read_text()
-    complete = text[: text.rfind("\n") + 1]  # the simulator may be writing the last line
-    return list(can.CanutilsLogReader(io.StringIO(complete)))
+    return list(can.CanutilsLogReader(io.StringIO(text[: text.rfind("\n") + 1])))  # the last line may be partial
 
 
 def frames_of(messages, can_id):
@@ -55,16 +54,21 @@ def receive_until(bus, condition, what, timeout=10.0):
     while not condition(received):
         if time.monotonic() > deadline:
             raise AssertionError(f"timed out after {timeout} s waiting for {what}; got {len(received)} messages")
-        msg = bus.recv(timeout=0.2)
-        if msg is not None:
+        if (msg := bus.recv(timeout=0.2)) is not None:
             received.append(msg)
     return received
 
 
-def exact(can_id, extended=None):
-    """A python-can filter for one identifier (standard up to 0x7FF unless told)."""
-    extended = can_id > 0x7FF if extended is None else extended
-    return {"can_id": can_id, "can_mask": 0x1FFFFFFF if extended else 0x7FF, "extended": extended}
+def exact(can_id):
+    """A python-can filter for one identifier (extended above 0x7FF)."""
+    return {"can_id": can_id, "can_mask": 0x1FFFFFFF if can_id > 0x7FF else 0x7FF, "extended": can_id > 0x7FF}
+
+
+def run_python(code, **env):
+    """Runs code in a fresh interpreter with env changed (None: unset)."""
+    environment = {k: v for k, v in os.environ.items() if k not in env}
+    environment.update({k: str(v) for k, v in env.items() if v is not None})
+    return subprocess.run([sys.executable, *code], capture_output=True, text=True, env=environment, timeout=60)
 
 
 @pytest.fixture
@@ -74,10 +78,9 @@ def simulator(tmp_path):
 
     def start(**options):
         options.setdefault("bus_log", tmp_path / f"bus{len(started)}.log")
-        sim = tarvel.Simulator(**options)
-        started.append(sim)
-        sim.start()
-        return sim
+        started.append(tarvel.Simulator(**options))
+        started[-1].start()
+        return started[-1]
 
     yield start
     for sim in started:
@@ -90,18 +93,10 @@ def open_bus():
     buses = []
 
     def open_(port, **kwargs):
-        kwargs.setdefault("read_timeout", 1.0)
-        bus = can.Bus(interface="tarvel", channel=port, **kwargs)
-        buses.append(bus)
-        return bus
+        buses.append(can.Bus(interface="tarvel", channel=port, **{"read_timeout": 1.0, **kwargs}))
+        return buses[-1]
 
     yield open_
     for bus in buses:
         if not bus._closed:
             bus.shutdown()
-
-
-@pytest.fixture
-def installed():
-    """True when the package under test is an installed one (the suite's normal run)."""
-    return os.environ.get("TARVEL_TEST_INSTALLED") == "1"

@@ -1,25 +1,20 @@
 """What a bus sets up on the device: filters as requests, python-can's exceptions, and shutdown leaving nothing."""
 
-import os
-import subprocess
-import sys
-
 import can
 import pytest
 from conftest import bus_log, exact, frames_of, receive_until, wait_for
 
 import tarvel
 
-UNEXPRESSIBLE = [
-    ([{"can_id": 0x120, "can_mask": 0x7F0, "extended": False}], "partial mask"),
-    ([{"can_id": 0x18DA0000, "can_mask": 0x1FFF0000, "extended": True}], "partial mask"),
-    ([{"can_id": 0x123, "can_mask": 0x7FF}, {"can_id": 0x100, "can_mask": 0}], "partial mask"),
-    ([{"can_id": 0x800, "can_mask": 0x7FF, "extended": False}], "standard identifier is at most 0x7FF"),
-    ([exact(0x123), exact(0x18DA0123)], "could not tell the two apart"),
-]
 
-
-@pytest.mark.parametrize("filters, complaint", UNEXPRESSIBLE)
+@pytest.mark.parametrize(
+    "filters, complaint",
+    [
+        ([{"can_id": 0x123, "can_mask": 0x7FF}, {"can_id": 0x100, "can_mask": 0}], "partial mask"),
+        ([{"can_id": 0x800, "can_mask": 0x7FF, "extended": False}], "standard identifier is at most 0x7FF"),
+        ([exact(0x123), exact(0x18DA0123)], "could not tell the two apart"),
+    ],
+)
 def test_filters_the_device_cannot_express_raise(simulator, open_bus, filters, complaint):
     sim = simulator()
     with pytest.raises(ValueError, match=complaint):
@@ -34,19 +29,17 @@ def test_set_filters_replaces_the_requests_and_none_receives_nothing(simulator, 
     bus = open_bus(sim.port, can_filters=[exact(0x123)])
     receive_until(bus, lambda r: len(r) >= 3, "frames of 0x123")
     bus.set_filters([exact(0x456)])
-    received = receive_until(bus, lambda r: len(r) >= 10, "frames of 0x456")
-    assert {m.arbitration_id for m in received} == {0x456}
+    assert {m.arbitration_id for m in receive_until(bus, lambda r: len(r) >= 10, "frames of 0x456")} == {0x456}
     bus.set_filters(None)
     assert bus.recv(timeout=0.3) is None
 
 
 def test_connect_failures_raise_initialization_errors_with_the_code_in_words(simulator, tmp_path):
     silent = simulator(silent=True)
-    cases = [
+    for port, code, words in [
         (silent.port, -314, "the device did not answer the version query"),
         (str(tmp_path / "no-such-port"), -2, "cannot open the port"),
-    ]
-    for port, code, words in cases:
+    ]:
         with pytest.raises(can.CanInitializationError) as caught:
             can.Bus(interface="tarvel", channel=port, read_timeout=0.2)
         assert caught.value.error_code == code
@@ -69,20 +62,6 @@ def test_a_lost_answer_raises_a_timeout_and_the_bus_goes_on(simulator, open_bus)
         bus.send(can.Message(arbitration_id=0x124, data=b"\x02", is_extended_id=False))
 
 
-def test_a_missing_library_is_an_interface_not_implemented(tmp_path):
-    missing = tmp_path / "libTarvelAPI.so"
-    script = (
-        "import can\n"
-        "try:\n"
-        "    can.Bus(interface='tarvel', channel='/dev/null')\n"
-        "except can.CanInterfaceNotImplementedError as e:\n"
-        "    print(e)\n"
-    )
-    env = dict(os.environ, TARVEL_LIBRARY=str(missing))
-    run = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, env=env, timeout=60)
-    assert f"TARVEL_LIBRARY={missing}: no such file" in run.stdout, run.stdout + run.stderr
-
-
 def test_shutdown_leaves_nothing_configured_on_the_device(simulator, open_bus):
     sim = simulator(inject=["0:123#0102@10"])
     bus = open_bus(sim.port, can_filters=[exact(0x123), exact(0x456), exact(0x18DA00F1)])
@@ -94,18 +73,15 @@ def test_shutdown_leaves_nothing_configured_on_the_device(simulator, open_bus):
     with tarvel.Device(sim.port) as device:
         device.set_answer_wait(1.0)  # a loaded machine may answer late
         device.start_receiver()
-        # No transmit message is left...
-        for can_id, extended in [(0x456, False), (0x18DA00F1, True)]:
+        for can_id, extended in [(0x456, False), (0x18DA00F1, True)]:  # no transmit message is left...
             with pytest.raises(tarvel.TarvelError) as caught:
                 device.get_handler(can_id, extended=extended)
             assert caught.value.code == -21
         # ...and no request: 0x123 goes on on the bus, and nothing is reported.
         seen = len(frames_of(bus_log(sim), 0x123))
         wait_for(lambda: len(frames_of(bus_log(sim), 0x123)) >= seen + 5, "five more frames of 0x123")
-        assert device.wait_report(timeout=0) is None
-        assert device.statistics().reports_received == 0
+        assert device.wait_report(timeout=0) is None and device.statistics().reports_received == 0
     assert frames_of(bus_log(sim), 0x456)[-1].timestamp < frames_of(bus_log(sim), 0x123)[-5].timestamp
-
     again = open_bus(sim.port, can_filters=[exact(0x123), exact(0x456)])
     assert receive_until(again, lambda r: len(r) >= 3, "0x123 on a second bus")[0].arbitration_id == 0x123
 
@@ -116,13 +92,10 @@ def report(request_key, handler, channel):
     return tarvel.Report(1, full, request_key, handler, channel, full > 0x7FF, 1, b"x")
 
 
-KEY = 0x03 << 16 | 0x0123  # 0x18DA0123 on channels 0 and 1
-
-
 @pytest.mark.parametrize(
     "got, delivered",
     [
-        (report(KEY, 0x0123, 1), True),
+        (report(0x03 << 16 | 0x0123, 0x0123, 1), True),
         (report(0, 0x0123, 0), False),  # no request of this session asked for it
         (report(0x01 << 16 | 0x0456, 0x0456, 0), False),  # a request since removed
     ],
@@ -130,7 +103,6 @@ KEY = 0x03 << 16 | 0x0123  # 0x18DA0123 on channels 0 and 1
 def test_reports_are_matched_to_the_bus_requests(got, delivered):
     from tarvel.can.bus import TarvelBus
 
-    msg = TarvelBus._ours(got, {KEY: (0x18DA0123, True)})
+    msg = TarvelBus._ours(got, {0x03 << 16 | 0x0123: (0x18DA0123, True)})  # 0x18DA0123 on channels 0 and 1
     assert (msg is not None) == delivered
-    if delivered:
-        assert (msg.arbitration_id, msg.is_extended_id, msg.channel) == (0x18DA0123, True, got.channel)
+    assert not delivered or (msg.arbitration_id, msg.is_extended_id, msg.channel) == (0x18DA0123, True, got.channel)

@@ -2,12 +2,9 @@
 
 import dataclasses
 import gc
-import os
-import subprocess
-import sys
 
 import pytest
-from conftest import bus_log, frames_of, wait_for
+from conftest import INSTALLED, bus_log, frames_of, run_python, wait_for
 
 import tarvel
 
@@ -25,20 +22,20 @@ def test_device_operations_reach_the_device(device):
     assert device.connected and device.get_version() == 100 and device.ping() == 0
     device.set_time(123456)
     assert 123456 <= device.get_time() < 123456 + 60000
-    image = bytes(range(256))[:40]  # more than one 16-byte block
+    image = bytes(range(40))  # more than one 16-byte block
     device.write_eeprom(0x40, image)
     assert device.read_eeprom(0x40, len(image)) == image
 
     # A transmit message with a signal, on channel 2, sent on every change: the arguments reach the library in order.
     handler = device.add_message(0x1ABCDEF0, bytes(8), channel=2, extended=True)
     assert device.get_handler(0x1ABCDEF0, channel=2, extended=True) == handler
-    device.set_message_data(handler, b"\x11\x22\x00\x00\x00\x00\x00\x00", b"\xff\xff" + bytes(6))
+    device.set_message_data(handler, b"\x11\x22" + bytes(6), b"\xff\xff" + bytes(6))
     device.signal_change_value(device.add_signal(handler, 16, 23), 0xAB)
-    wait_for(
-        lambda: bytes(frames_of(bus_log(device.sim), 0x1ABCDEF0)[-1].data) == b"\x11\x22\xab" + bytes(5),
-        "the signal's value in a frame",
-    )
-    assert frames_of(bus_log(device.sim), 0x1ABCDEF0)[0].channel == "can2"
+    def sent():
+        return frames_of(bus_log(device.sim), 0x1ABCDEF0)
+
+    wait_for(lambda: bytes(sent()[-1].data) == b"\x11\x22\xab" + bytes(5), "the signal's value in a frame")
+    assert sent()[0].channel == "can2"
     with pytest.raises(ValueError, match="has 8 data bytes"):
         device.set_message_data(handler, b"\x01")
     device.remove_message(handler)
@@ -48,22 +45,19 @@ def test_device_operations_reach_the_device(device):
     assert device.gateway_id(1, 0x7E0) == 0 and device.blob_remove() == 0
 
 
-ERRORS = [
-    (lambda d: d.write_eeprom(10, b"\x01"), "WriteEeprom", -1, "invalid block"),
-    (lambda d: d.set_message_data(999, b"\x01"), "SetMessageData", -31, "did not add a message"),
-    (lambda d: d.remove_message(999), "RemoveMessage", -22, None),
-    (lambda d: d.signal_read_value(77), "SignalReadValue", -3, "receiver thread is not running"),
-    (lambda d: d.connect("/nonexistent/tty"), "Connect", -1, "another port is already open"),
-]
-
-
-@pytest.mark.parametrize("call, operation, code, words", ERRORS)
+@pytest.mark.parametrize(
+    "call, operation, code, words",
+    [
+        (lambda d: d.write_eeprom(10, b"\x01"), "WriteEeprom", -1, "invalid block"),
+        (lambda d: d.remove_message(999), "RemoveMessage", -22, None),
+        (lambda d: d.signal_read_value(77), "SignalReadValue", -3, "receiver thread is not running"),
+    ],
+)
 def test_negative_results_raise_tarvel_error_with_operation_code_and_text(device, call, operation, code, words):
     with pytest.raises(tarvel.TarvelError) as caught:
         call(device)
     error = caught.value
-    assert (error.operation, error.code) == (operation, code)
-    assert error.text == tarvel.result_text(code, operation)
+    assert (error.operation, error.code, error.text) == (operation, code, tarvel.result_text(code, operation))
     assert words is None or words in error.text
     assert f"failed: {code}: {error.text}" in str(error)
 
@@ -86,7 +80,6 @@ def test_reports_come_through_the_generator_the_callback_and_the_readers(device)
     count = len(seen)
     wait_for(lambda: device.wait_reports(256, timeout=0.1), "reports queued after the callback went")
     assert len(seen) == count and all(r.id == 0x18DA00F1 for r in seen)
-
     device.remove_request(key)
     assert device.read_report(device.request_report(0x7FF)) is None  # nothing of 0x7FF yet
 
@@ -108,35 +101,37 @@ def test_log_sinks_get_the_library_text_while_attached(device):
     gc.collect()
     with pytest.raises(tarvel.TarvelError) as caught:
         device.set_message_data(999, b"\x01")
-    assert caught.value.report and caught.value.report in "".join(errors)
-    assert "".join(errors) == "".join(second)
+    assert caught.value.report and caught.value.report in "".join(errors) == "".join(second)
     device.print_info("100% at %s")
     assert "".join(infos) == "100% at %s"
-
     device.remove_log_sink(second.append)
     before = len(second)
     device.print_error("after removal")
     assert len(second) == before and "after removal" in errors[-1]
 
 
-def run_python(code, **env):
-    environment = {k: v for k, v in os.environ.items() if k not in env or env[k] is not None}
-    environment.update({k: v for k, v in env.items() if v is not None})
-    return subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, env=environment, timeout=60)
+MISSING = "/nonexistent/tarvel"
+BUS = "import can\ntry: can.Bus(interface='tarvel', channel='/dev/null')\nexcept Exception as e: print(type(e), e)"
 
 
-def test_a_missing_library_error_names_every_place_looked_at(installed):
-    if not installed:
-        pytest.skip("from a checkout the build tree is found")
-    run = run_python("import tarvel; tarvel.Device()", TARVEL_LIBRARY=None, LD_LIBRARY_PATH=None)
-    assert "LibraryNotFoundError" in run.stderr
-    assert "(next to the package): no such file" in run.stderr
-    assert "the system's loader:" in run.stderr and "Set TARVEL_LIBRARY" in run.stderr
+@pytest.mark.parametrize(
+    "code, env, said",
+    [
+        pytest.param(
+            "import tarvel; tarvel.Device()",
+            {"TARVEL_LIBRARY": None, "LD_LIBRARY_PATH": None},
+            ["LibraryNotFoundError", "(next to the package): no such file", "system's loader:", "Set TARVEL_LIBRARY"],
+            marks=pytest.mark.skipif(not INSTALLED, reason="from a checkout the build tree is found"),
+        ),
+        (BUS, {"TARVEL_LIBRARY": MISSING}, ["CanInterfaceNotImplementedError", f"TARVEL_LIBRARY={MISSING}: no such"]),
+        ("import tarvel; tarvel.Simulator()", {"TARVEL_SIM": MISSING}, [f"TARVEL_SIM={MISSING}: no such program"]),
+    ],
+)
+def test_what_is_not_found_is_named_with_every_place_looked_at(code, env, said):
+    run = run_python(["-c", code], **env)
+    assert all(words in run.stdout + run.stderr for words in said), run.stdout + run.stderr
 
 
-def test_simulator_failures_say_why(tmp_path):
+def test_a_simulator_that_does_not_start_says_why():
     with pytest.raises(tarvel.SimulatorError, match="--inject"):
         tarvel.Simulator(inject="not-a-frame").start()
-    missing = tmp_path / "tarvel-sim"
-    run = run_python("import tarvel; tarvel.Simulator()", TARVEL_SIM=str(missing))
-    assert f"TARVEL_SIM={missing}: no such program" in run.stderr
