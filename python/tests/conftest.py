@@ -50,12 +50,13 @@ def fence(bus, sim, can_id=0x7EE):
 def receive_until(bus, condition, what, timeout=10.0):
     """Messages received, in order, until condition(received) holds."""
     received = []
-    deadline = time.monotonic() + timeout
-    while not condition(received):
-        if time.monotonic() > deadline:
-            raise AssertionError(f"timed out after {timeout} s waiting for {what}; got {len(received)} messages")
+
+    def more():
         if (msg := bus.recv(timeout=0.2)) is not None:
             received.append(msg)
+        return condition(received)
+
+    wait_for(more, what, timeout)
     return received
 
 
@@ -85,6 +86,16 @@ def simulator(tmp_path):
     yield start
     for sim in started:
         sim.stop()
+
+
+@pytest.fixture
+def device(simulator, request):
+    """A tarvel.Device (dev.sim its simulator) with the frames of the test module's INJECT on the bus."""
+    sim = simulator(inject=request.module.INJECT)
+    with tarvel.Device(sim.port, read_timeout=1.0) as dev:
+        dev.set_answer_wait(1.0)  # with the receiver running; a loaded machine may answer late
+        dev.sim = sim
+        yield dev
 
 
 @pytest.fixture

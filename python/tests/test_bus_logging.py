@@ -5,12 +5,8 @@ import pytest
 from conftest import EXAMPLES, exact, run_python, wait_for
 
 # Other nodes on the bus: standard and extended, CAN FD, on two channels.
-INJECT = [
-    "0:123#1122334455667788@10",
-    "1:123#99AABB@15",
-    "0:18DA00F1#0102030405060708@20",
-    "1:7FF#000102030405060708090A0B@25",
-]
+INJECT = ["0:123#1122334455667788@10", "1:123#99AABB@15", "0:18DA00F1#0102030405060708@20"]
+INJECT += ["1:7FF#000102030405060708090A0B@25"]
 FILTERS = [exact(0x123), exact(0x18DA00F1), exact(0x7FF)]
 
 

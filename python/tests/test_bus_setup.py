@@ -82,27 +82,4 @@ def test_shutdown_leaves_nothing_configured_on_the_device(simulator, open_bus):
         wait_for(lambda: len(frames_of(bus_log(sim), 0x123)) >= seen + 5, "five more frames of 0x123")
         assert device.wait_report(timeout=0) is None and device.statistics().reports_received == 0
     assert frames_of(bus_log(sim), 0x456)[-1].timestamp < frames_of(bus_log(sim), 0x123)[-5].timestamp
-    again = open_bus(sim.port, can_filters=[exact(0x123), exact(0x456)])
-    assert receive_until(again, lambda r: len(r) >= 3, "0x123 on a second bus")[0].arbitration_id == 0x123
 
-
-def report(request_key, handler, channel):
-    """A report as the library files it: the full identifier only with a known request."""
-    full = {0x0123: 0x18DA0123, 0x0456: 0x456}.get(handler, handler) if request_key else handler
-    return tarvel.Report(1, full, request_key, handler, channel, full > 0x7FF, 1, b"x")
-
-
-@pytest.mark.parametrize(
-    "got, delivered",
-    [
-        (report(0x03 << 16 | 0x0123, 0x0123, 1), True),
-        (report(0, 0x0123, 0), False),  # no request of this session asked for it
-        (report(0x01 << 16 | 0x0456, 0x0456, 0), False),  # a request since removed
-    ],
-)
-def test_reports_are_matched_to_the_bus_requests(got, delivered):
-    from tarvel.can.bus import TarvelBus
-
-    msg = TarvelBus._ours(got, {0x03 << 16 | 0x0123: (0x18DA0123, True)})  # 0x18DA0123 on channels 0 and 1
-    assert (msg is not None) == delivered
-    assert not delivered or (msg.arbitration_id, msg.is_extended_id, msg.channel) == (0x18DA0123, True, got.channel)

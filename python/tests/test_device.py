@@ -9,13 +9,7 @@ from conftest import INSTALLED, bus_log, frames_of, run_python, wait_for
 import tarvel
 
 
-@pytest.fixture
-def device(simulator):
-    sim = simulator(inject=["0:18DA00F1#0102030405060708@10"])
-    with tarvel.Device(sim.port, read_timeout=1.0) as dev:
-        dev.set_answer_wait(1.0)  # with the receiver running; a loaded machine may answer late
-        dev.sim = sim
-        yield dev
+INJECT = ["0:18DA00F1#0102030405060708@10"]  # for the device fixture
 
 
 def test_device_operations_reach_the_device(device):

@@ -38,7 +38,7 @@ def test_the_command_prints_its_set_up_and_runs_the_frames(tmp_path):
     ]:
         assert row.split() in lines, row
     assert lines[-1] == SUMMARY.split()
-    for said in ["no --port: running on the built-in simulated device", "running for 0.5 s", "stopped; 4 frames removed"]:
+    for said in ["no --port: running on the built-in simulated device", "running for 0.5 s", "stopped; 4 frames"]:
         assert f"restbus: {said}" in run.stderr
 
     dynamics = canmatrix.formats.loadp_flat(DBC).frame_by_name("VehicleDynamics")
