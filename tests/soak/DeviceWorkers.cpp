@@ -12,13 +12,10 @@ namespace {
 using Block = std::array<uint8_t, 16>;
 
 std::string hex(const Block& b) {
-    static const char digits[] = "0123456789ABCDEF";
-    std::string s;
-    for (uint8_t x : b) {
-        s += digits[x >> 4];
-        s += digits[x & 15];
-    }
-    return s;
+    char text[2 * sizeof(Block) + 1];
+    for (std::size_t i = 0; i < b.size(); ++i)
+        std::snprintf(text + 2 * i, 3, "%02X", b[i]);
+    return text;
 }
 
 } // namespace
@@ -26,15 +23,15 @@ std::string hex(const Block& b) {
 void deviceWorker(Context& c) {
     long long lastClock = -1;
     for (unsigned i = 0; !c.stop; ++i) {
-        exchange(c, "Ping", {0, -15}, [&] { return c.tarvel.Ping(); });
+        timed(c, "Ping", {0, -15}, [&] { return c.tarvel.Ping(); });
         long long clock = 0;
-        if (exchange(c, "GetTime", {0, -15}, [&] { return c.tarvel.GetTime(&clock); }) == 0) {
+        if (timed(c, "GetTime", {0, -15}, [&] { return c.tarvel.GetTime(&clock); }) == 0) {
             // No restart in a soak: the device's millisecond clock only goes on.
             if (clock < lastClock)
                 c.tally.fail("GetTime went back from " + std::to_string(lastClock) + " to " + std::to_string(clock));
             lastClock = clock;
         }
-        if (i % 8 == 0) exchange(c, "GatewayID", {-15}, [&] { return c.tarvel.GatewayID(1, 0x7E0); });
+        if (i % 8 == 0) timed(c, "GatewayID", {-15}, [&] { return c.tarvel.GatewayID(1, 0x7E0); });
     }
 }
 
@@ -50,7 +47,7 @@ void eepromWorker(Context& c, int index) {
         const unsigned short address = static_cast<unsigned short>(base + 16 * slot);
         if (possible[slot].empty()) { // not known yet, or lost track: read until it is
             Block b{};
-            if (exchange(c, "ReadEeprom", {0, -15}, [&] { return c.tarvel.ReadEeprom(address, 16, b.data()); }) == 0)
+            if (timed(c, "ReadEeprom", {0, -15}, [&] { return c.tarvel.ReadEeprom(address, 16, b.data()); }) == 0)
                 possible[slot] = {b};
             continue;
         }
@@ -59,7 +56,7 @@ void eepromWorker(Context& c, int index) {
         for (auto& x : data)
             x = static_cast<uint8_t>(rng());
         const int wrote =
-            exchange(c, "WriteEeprom", {0, -15}, [&] { return c.tarvel.WriteEeprom(address, length, data.data()); });
+            timed(c, "WriteEeprom", {0, -15}, [&] { return c.tarvel.WriteEeprom(address, length, data.data()); });
         std::set<Block> after;
         for (Block p : possible[slot]) {
             if (wrote != 0) after.insert(p);
@@ -67,7 +64,7 @@ void eepromWorker(Context& c, int index) {
             after.insert(p);
         }
         Block read{};
-        if (exchange(c, "ReadEeprom", {0, -15}, [&] { return c.tarvel.ReadEeprom(address, 16, read.data()); }) == 0) {
+        if (timed(c, "ReadEeprom", {0, -15}, [&] { return c.tarvel.ReadEeprom(address, 16, read.data()); }) == 0) {
             if (after.count(read) == 0)
                 c.tally.fail("EEPROM at " + std::to_string(address) + " read back " + hex(read) + " after writing " +
                              std::to_string(length) + " bytes (" + (wrote == 0 ? "confirmed" : "unconfirmed") + ")");
