@@ -1,8 +1,4 @@
-"""Shared fixtures: tarvel-sim on a pseudo-terminal, python-can buses, waiting and bus-log helpers.
-
-python/run-tests.sh installs the package into a virtual environment and runs pytest from outside the
-source tree, with TARVEL_LIBRARY and TARVEL_SIM pointing at the build (TARVEL_TEST_INSTALLED=1).
-"""
+"""Fixtures (tarvel-sim on a pseudo-terminal, buses, devices) and helpers; python/run-tests.sh runs the suite."""
 
 import io
 import os

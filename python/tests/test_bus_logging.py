@@ -22,7 +22,7 @@ def test_notifier_and_logger_write_a_file_that_reads_back_as_received(simulator,
 
     assert {(m.arbitration_id, m.channel) for m in received} == {(0x123, 0), (0x123, 1), (0x18DA00F1, 0), (0x7FF, 1)}
     fd = next(m for m in received if m.arbitration_id == 0x7FF)
-    assert fd.is_fd and fd.dlc == 12 and bytes(fd.data) == bytes(range(12)) and not fd.is_extended_id
+    assert (fd.is_fd, fd.dlc, bytes(fd.data), fd.is_extended_id) == (True, 12, bytes(range(12)), False)
     assert next(m for m in received if m.arbitration_id == 0x18DA00F1).is_extended_id
 
     def fields(m):

@@ -59,8 +59,7 @@ def test_negative_results_raise_tarvel_error_with_operation_code_and_text(device
 def test_reports_come_through_the_generator_the_callback_and_the_readers(device):
     key = device.request_report(0x18DA00F1, extended=True)
     signal = device.request_signal(key, 8, 15)
-    device.start_receiver()
-    assert device.receiver_running
+    assert device.start_receiver() == 0 and device.receiver_running
     report = next(iter(device.reports(timeout=2.0)))
     assert (report.id, report.extended, report.request_key, report.channel) == (0x18DA00F1, True, key, 0)
     assert report.data == bytes(range(1, 9)) and report.time_us > 0

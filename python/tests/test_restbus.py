@@ -1,7 +1,4 @@
-"""tarvel.restbus against tarvel-sim with the example DBC: frames, cycle times, start values, set, read, stop.
-
-What goes on the bus is read back from the bus log and decoded by canmatrix: another implementation places the signals.
-"""
+"""tarvel.restbus with the example DBC: frames, cycle times, start values, set, read, stop; decoded by canmatrix."""
 
 import logging
 import statistics
@@ -81,8 +78,7 @@ def test_every_frame_goes_out_at_its_cycle_time_with_its_start_values(rest, devi
     # The alive counter steps by one at every transmission, from its start value (0) on.
     dynamics = database.frame_by_name("VehicleDynamics")
     counts = [int(decoded(dynamics, m)[COUNTER]) for m in frames(log, dynamics)]
-    assert counts[0] == 1 and len(counts) >= 20
-    assert all((b - a) % 16 == 1 for a, b in zip(counts, counts[1:])), counts
+    assert counts[0] == 1 and len(counts) >= 20 and all((b - a) % 16 == 1 for a, b in zip(counts, counts[1:])), counts
 
 
 # One value per kind of signal, as given; canmatrix decodes GearLever "D" as 3.
@@ -149,7 +145,6 @@ def test_set_many_changes_the_signals_of_a_frame_together(rest, device, database
         ({COUNTER: 3}, "AliveCounter: an alive counter, advanced by the device at every transmission"),
         ({"EngineSpeed": 800}, "its frame EngineData is sent by Engine, not by the simulated nodes; read() reads it"),
         ({"GearLever": "X"}, "GearLever: 'X' is neither a number nor one of its values (P, R, N, D)"),
-        ({"VehicleSpeed": float("nan")}, "VehicleSpeed: nan is not a finite number"),
         ({"VehicleSpeed": 60, "BrakePressure": 250.1}, "BrakePressure: 250.1 bar is outside its range 0 to 250 bar"),
     ],
 )

@@ -30,7 +30,6 @@ def test_the_command_prints_its_set_up_and_runs_the_frames(tmp_path):
         "VehicleDynamics 120 8 10 ms VehicleSpeed device 88 km/h",
         "BrakePressure host (big-endian across bytes) 10 bar",
         "AliveCounter counter 0, +1 per frame",
-        "GearLever device 2 (N)",
         "VehicleInfo 18FEF100 8 100 ms Odometer host (32 bits) 12345.6 km",
         "BatteryStatus 310 16 FD 50 ms BatteryVoltage host (float) 400.5 V",
         "ChargedEnergy host (40 bits) 4321 kWh",
@@ -70,7 +69,6 @@ def test_ctrl_c_stops_the_command_cleanly():
 @pytest.mark.parametrize(
     "args, status, message",
     [
-        ([DBC, "--node", "Chassis", "--set", "VehicleSpeed=999"], 2, "VehicleSpeed: 999 km/h is outside its range"),
         ([DBC, "--node", "Chassis", "--set", "VehicleSpeed"], 2, "'VehicleSpeed' is not SIGNAL=VALUE"),
         ([DBC, "--node", "Gateway"], 2, "node 'Gateway' is not in the database; its nodes are: Chassis, Engine"),
         ([DBC, "--node", "Chassis", "--counter", "Odometer"], 2, "Odometer: the device advances counters of up to 16"),
