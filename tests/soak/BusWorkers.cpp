@@ -53,10 +53,9 @@ void reportReader(Context& c) {
     std::vector<TarvelReport> batch(64);
     uint32_t lastFlood = 0;
     bool floodSeen = false;
+    auto wait = [&] { return c.tarvel.WaitReports(batch.data(), static_cast<unsigned>(batch.size()), 200); };
     while (!c.stop) {
-        const int n = timed(
-            c, "WaitReports", {kPositive, 0},
-            [&] { return c.tarvel.WaitReports(batch.data(), static_cast<unsigned>(batch.size()), 200); }, false);
+        const int n = timed(c, "WaitReports", {kPositive, 0}, wait, false);
         for (int i = 0; i < n; ++i) {
             const TarvelReport& r = batch[i];
             if (const std::string why = wrong(c, r, lastFlood, floodSeen); !why.empty()) {
@@ -93,16 +92,14 @@ void signalWorker(Context& c) {
             return c.tarvel.SignalChangeValue(static_cast<unsigned short>(signal), value, true, true);
         });
         // The device sends the message on every change, the lost answers' too.
+        unsigned int read = 0, age = 0;
+        auto readBack = [&] {
+            return c.tarvel.SignalReadValue(static_cast<unsigned short>(reading), read, &age, true);
+        };
         bool seen = false;
         for (const Clock::time_point deadline = Clock::now() + std::chrono::seconds(2);
-             !seen && !c.stop && Clock::now() < deadline; std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
-            unsigned int read = 0, age = 0;
-            seen = timed(
-                       c, "SignalReadValue", {0, -1},
-                       [&] { return c.tarvel.SignalReadValue(static_cast<unsigned short>(reading), read, &age, true); },
-                       false) == 0 &&
-                   read == value;
-        }
+             !seen && !c.stop && Clock::now() < deadline; std::this_thread::sleep_for(std::chrono::milliseconds(1)))
+            seen = timed(c, "SignalReadValue", {0, -1}, readBack, false) == 0 && read == value;
         if (!seen && changed == 0 && !c.stop)
             c.tally.fail("signal value " + std::to_string(value) + " was confirmed but not reported in 2 s");
         if (value % 16 == 0) timed(c, "ExecuteSignalChange", {0}, [&] { return c.tarvel.ExecuteSignalChange(false); });

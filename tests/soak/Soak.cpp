@@ -43,16 +43,6 @@ void stopSimulator(Process& sim) {
     std::fputs(sim.finish(10000).err.c_str(), stderr);
 }
 
-void printStatistics(const TarvelStatistics& s) {
-    auto u = [](uint64_t v) { return static_cast<unsigned long long>(v); };
-    std::printf("session: frames sent %llu, received %llu; refused: SLIP %llu, length %llu, checksum %llu; "
-                "answers: command failed %llu, hardware error %llu; exchanges timed out %llu; reports received %llu, "
-                "dropped %llu, bad channel %llu; writes dropped %llu; receiver ended %llu\n",
-                u(s.framesSent), u(s.framesReceived), u(s.rejectedSlip), u(s.rejectedLength), u(s.rejectedChecksum),
-                u(s.commandFailed), u(s.hardwareError), u(s.exchangesTimedOut), u(s.reportsReceived),
-                u(s.reportsDropped), u(s.reportsBadChannel), u(s.writesDropped), u(s.receiverEnded));
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -87,14 +77,28 @@ int main(int argc, char** argv) {
                     sim.out().c_str());
         return 2;
     }
-    std::string faults;
+    std::printf("soak: %u s, %u workers, answer wait %u ms, on %s, tarvel-sim", seconds, 3 + kEepromWorkers,
+                kAnswerWaitMs, port.c_str());
     for (const std::string& a : traffic::kSimulatorArguments)
-        faults += " " + a;
-    std::printf("soak: %u s, %u workers, answer wait %u ms, on %s, tarvel-sim%s\n", seconds, 3 + kEepromWorkers,
-                kAnswerWaitMs, port.c_str(), faults.c_str());
+        std::printf(" %s", a.c_str());
+    std::printf("\n");
 
     Tally tally;
     const ProcessCounts before = ProcessCounts::baseline();
+    // Connects (again while the version answer is lost) and sets the session up for a noisy device.
+    auto tarvel = std::make_unique<Tarvel>();
+    int connected = -1, connects = 0;
+    for (; connects < 10 && connected != 0; ++connects)
+        connected = tarvel->Connect(port, 1000, 1000);
+    tarvel->SetReceiverErrorCounting(true);
+    tarvel->SetAnswerWait(kAnswerWaitMs);
+    std::atomic<uint64_t> callbacks{0};
+    tarvel->SetReportCallback([&](const TarvelReport&) { ++callbacks; });
+    if (connected != 0 || tarvel->StartReceiver() != 0) {
+        std::printf("cannot connect to %s (%d), or the receiver did not start\n", port.c_str(), connected);
+        stopSimulator(sim);
+        return 1;
+    }
     // The watchdog: no exchange finished for its time, while the workers run or end, is a deadlock.
     std::atomic<bool> stop{false}, closed{false};
     std::thread watchdog([&] {
@@ -109,22 +113,6 @@ int main(int argc, char** argv) {
         }
     });
 
-    // Connects (again while the version answer is lost) and sets the session up for a noisy device.
-    auto tarvel = std::make_unique<Tarvel>();
-    int connected = -1, connects = 0;
-    for (; connects < 10 && connected != 0; ++connects)
-        connected = tarvel->Connect(port, 1000, 1000);
-    tarvel->SetReceiverErrorCounting(true);
-    tarvel->SetAnswerWait(kAnswerWaitMs);
-    std::atomic<uint64_t> callbacks{0};
-    tarvel->SetReportCallback([&](const TarvelReport&) { ++callbacks; });
-    if (connected != 0 || tarvel->StartReceiver() != 0) {
-        std::printf("cannot connect to %s (%d), or the receiver did not start\n", port.c_str(), connected);
-        closed = true;
-        watchdog.join();
-        stopSimulator(sim);
-        return 1;
-    }
     Context c{*tarvel, tally, stop, {}};
     // The flood lands on the lowest request (handler 0x001); the injected frames are requested for good. A
     // lost answer does not matter: the device has the request, and its reports carry no key.
@@ -171,11 +159,16 @@ int main(int argc, char** argv) {
 
     std::printf("\n");
     tally.print(stdout);
-    printStatistics(st);
     auto u = [](uint64_t v) { return static_cast<unsigned long long>(v); };
-    const ReportBook& book = c.book;
+    std::printf("session: frames sent %llu, received %llu; refused: SLIP %llu, length %llu, checksum %llu; "
+                "answers: command failed %llu, hardware error %llu; exchanges timed out %llu; reports received %llu, "
+                "dropped %llu, bad channel %llu; writes dropped %llu; receiver ended %llu\n",
+                u(st.framesSent), u(st.framesReceived), u(st.rejectedSlip), u(st.rejectedLength),
+                u(st.rejectedChecksum), u(st.commandFailed), u(st.hardwareError), u(st.exchangesTimedOut),
+                u(st.reportsReceived), u(st.reportsDropped), u(st.reportsBadChannel), u(st.writesDropped),
+                u(st.receiverEnded));
     std::printf("reports taken from the queue: flood %llu, 123 %llu, 18DAF1F1 %llu, 2A0 %llu; by the callback %llu\n",
-                u(book.flood), u(book.fixed), u(book.extended), u(book.signal), u(callbacks));
+                u(c.book.flood), u(c.book.fixed), u(c.book.extended), u(c.book.signal), u(callbacks));
     const double growth = residentWarm > 0 ? double(residentEnd) / double(residentWarm) - 1.0 : 0.0;
     std::printf("memory: resident %lld kB at the start, %lld kB after the warm-up, %lld kB at the end (%+.1f %%)\n",
                 kB(residentStart), kB(residentWarm), kB(residentEnd), 100.0 * growth);
@@ -194,12 +187,9 @@ int main(int argc, char** argv) {
     check(st.writesDropped == 0, "writes were lost to a full write queue");
     // The session's own counts agree with what the calls saw: a frame per command, a time-out per -15.
     const uint64_t commands = tally.exchanges() + unsigned(connects);
-    check(st.framesSent == commands,
-          "frames sent " + std::to_string(st.framesSent) + ", commands " + std::to_string(commands));
-    check(st.exchangesTimedOut == tally.timedOut(), "exchanges timed out " + std::to_string(st.exchangesTimedOut) +
-                                                        ", calls that returned -15 " +
-                                                        std::to_string(tally.timedOut()));
-    check(book.flood && book.fixed && book.extended && book.signal, "a kind of report never came");
+    std::printf("calls: %llu commands, %llu of them -15\n", u(commands), u(tally.timedOut()));
+    check(st.framesSent == commands && st.exchangesTimedOut == tally.timedOut(), "statistics disagree with the calls");
+    check(c.book.flood && c.book.fixed && c.book.extended && c.book.signal, "a kind of report never came");
     check(callbacks > 0, "the report callback was never called");
     check(simRan, "the simulator died");
     std::printf("result: %s\n", verdicts.empty() ? "sound" : "FAILED");

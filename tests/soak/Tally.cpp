@@ -49,20 +49,13 @@ void Tally::print(std::FILE* out) const {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::fprintf(out, "%-20s %9s %9s %9s %9s  %s\n", "operation", "calls", "p50 ms", "p99 ms", "max ms",
                  "codes (code x calls; 1: a count, handler or key)");
-    std::map<int, uint64_t> all;
     for (const auto& [name, op] : m_operations) {
         std::string codes;
-        for (const auto& [code, n] : op.codes) {
+        for (const auto& [code, n] : op.codes)
             codes += (codes.empty() ? " " : ", ") + std::to_string(code) + " x " + std::to_string(n);
-            all[code] += n;
-        }
         std::fprintf(out, "%-20s %9llu %9.2f %9.2f %9.2f %s\n", name.c_str(), static_cast<unsigned long long>(op.count),
                      op.percentileUs(0.50) / 1000, op.percentileUs(0.99) / 1000, op.maxUs / 1000, codes.c_str());
     }
-    std::fprintf(out, "codes over all calls:");
-    for (const auto& [code, n] : all)
-        std::fprintf(out, " %d x %llu", code, static_cast<unsigned long long>(n));
-    std::fprintf(out, "\n");
     if (m_failures > 0)
         std::fprintf(out, "%llu failures; the first ones:\n", static_cast<unsigned long long>(m_failures.load()));
     for (const std::string& text : m_failureTexts)

@@ -33,8 +33,7 @@ public:
     uint64_t timedOut() const { return m_timedOut; } // calls that returned -15
     Clock::time_point lastExchange() const { return Clock::time_point(Clock::duration(m_lastExchange.load())); }
 
-    // A table: calls, latency p50 / p99 / max and codes per operation, then
-    // the codes over all and the failures.
+    // A table: calls, latency p50 / p99 / max and codes per operation, then the failures.
     void print(std::FILE* out) const;
 
 private:
