@@ -40,6 +40,12 @@ struct TarvelTestAccess {
         t.m_receiverStopRequested = true;
         t._receiverLoop();
     }
+    // One step of the receiver loop on the calling thread (no receiver thread):
+    // false when the receiver would end. For the dispatch fuzz target.
+    static bool receiveOne(Tarvel& t) {
+        t.m_receiverRunning = true;
+        return t._receiveOne();
+    }
     static bool receiverRunning(const Tarvel& t) { return t.m_receiverRunning.load(); }
 };
 
