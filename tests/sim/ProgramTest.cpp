@@ -1,5 +1,5 @@
 // tarvel-sim and `tarvel sim` as a user runs them: one set of options, the
-// bus log and the readers of candump logs, links that are not taken over.
+// bus log in candump's format, links that are not taken over.
 // The simulator needs pseudo-terminals: not built on Windows.
 #ifndef _WIN32
 #include <gmock/gmock.h>
@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <map>
 #include <regex>
 #include <set>
 
@@ -94,42 +93,6 @@ TEST_F(SimProgram, BothProgramsTakeTheSameOptionsAndLogTheBus) {
         sim.signal(SIGINT);
         EXPECT_EQ(0, sim.finish().exitCode) << sim.err();
         EXPECT_EQ("", readLink(link));
-    }
-}
-
-// python-can, where the machine has it, reads back every line of a bus log
-// as the frame it stands for.
-TEST_F(SimProgram, PythonCanReadsTheBusLog) {
-    if (runProcess({"/usr/bin/python3", "-c", "import can"}).exitCode != 0) GTEST_SKIP() << "python3-can is missing";
-    const std::string log = file("bus.log");
-    std::vector<std::string> args = {TARVEL_SIM_PATH, "--bus-log", log};
-    args.insert(args.end(), kInjections.begin(), kInjections.end());
-    Process sim(args);
-    ASSERT_TRUE(eventually([&] { return lines(readFile(log)).size() >= 6; })) << sim.err();
-    sim.signal(SIGINT);
-    ASSERT_EQ(0, sim.finish().exitCode);
-    const auto written = lines(readFile(log));
-
-    const ProcessResult reader =
-        runProcess({"/usr/bin/python3", "-c",
-                    "import can, sys\n"
-                    "for m in can.LogReader(sys.argv[1]):\n"
-                    "    print(m.channel, '%X' % m.arbitration_id, int(m.is_extended_id), int(m.is_fd),\n"
-                    "          m.data.hex().upper(), '%.6f' % m.timestamp)\n",
-                    log});
-    ASSERT_EQ(0, reader.exitCode) << reader.err;
-    const std::map<std::string, std::string> read = {
-        {"can0 123#DEADBEEF", "can0 123 0 0 DEADBEEF"},
-        {"can1 18FEF100#0102030405060708", "can1 18FEF100 1 0 0102030405060708"},
-        {"can3 7FF##0000102030405060708000000", "can3 7FF 0 1 000102030405060708000000"}};
-    const auto got = lines(reader.out);
-    ASSERT_EQ(written.size(), got.size()) << reader.out;
-    for (std::size_t i = 0; i < got.size(); ++i) {
-        std::smatch m;
-        ASSERT_TRUE(std::regex_match(written[i], m, kBusLine)) << written[i];
-        const std::size_t cut = got[i].rfind(' ');
-        EXPECT_EQ(read.at(m[2]), got[i].substr(0, cut));
-        EXPECT_NEAR(std::stod(m[1]), std::stod(got[i].substr(cut + 1)), 2e-6) << got[i];
     }
 }
 
