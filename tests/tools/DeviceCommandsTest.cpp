@@ -45,13 +45,6 @@ TEST_F(ToolTest, DeviceCommands) {
     EXPECT_TRUE(matches(text[0], "[0-9]+:>> 0x02 0x05 0x20 0x03 0x00 0x2A "));
     EXPECT_TRUE(matches(text[1], "[0-9]+:<< 0x03 0x05 0x80 .*"));
 
-    tarvelsim::Options old;
-    old.versionStatus = 0xFFFF;
-    device(old);
-    ProcessResult version = runOnDevice({"version"});
-    expectSuccess(version);
-    EXPECT_EQ("version: 0\n", version.out);
-
     // Failures name the operation, the code and its meaning; exit status 1.
     ProcessResult silentBuiltIn = runTool({"--sim-fault", "silent", "--read-timeout", "200", "ping"});
     EXPECT_EQ(1, silentBuiltIn.exitCode);
