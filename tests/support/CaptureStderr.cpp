@@ -14,19 +14,6 @@
 namespace {
 
 #ifdef _WIN32
-int dupFd(int fd) {
-    return ::_dup(fd);
-}
-int dup2Fd(int from, int to) {
-    return ::_dup2(from, to);
-}
-void closeFd(int fd) {
-    ::_close(fd);
-}
-int fileFd(std::FILE* file) {
-    return ::_fileno(file);
-}
-
 // In the user's temporary directory: tmpfile() of the Windows C runtime
 // creates its file in the root of the drive, which a user may not write.
 // The file goes away with its last handle.
@@ -54,7 +41,7 @@ std::FILE* openCaptureFile() {
 // Through a handle of its own: the writers share the file position of the
 // capture handle, which must stay at the end.
 std::string readCaptureFile(std::FILE* file) {
-    const HANDLE capture = reinterpret_cast<HANDLE>(::_get_osfhandle(fileFd(file)));
+    const HANDLE capture = reinterpret_cast<HANDLE>(::_get_osfhandle(::fileno(file)));
     const HANDLE reader = ReOpenFile(capture, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, 0);
     if (reader == INVALID_HANDLE_VALUE) throw std::runtime_error("CaptureStderr: cannot read the capture file");
     std::string out;
@@ -66,19 +53,6 @@ std::string readCaptureFile(std::FILE* file) {
     return out;
 }
 #else
-int dupFd(int fd) {
-    return ::dup(fd);
-}
-int dup2Fd(int from, int to) {
-    return ::dup2(from, to);
-}
-void closeFd(int fd) {
-    ::close(fd);
-}
-int fileFd(std::FILE* file) {
-    return ::fileno(file);
-}
-
 std::FILE* openCaptureFile() {
     return std::tmpfile();
 }
@@ -87,7 +61,7 @@ std::FILE* openCaptureFile() {
 std::string readCaptureFile(std::FILE* file) {
     std::string out;
     char chunk[4096];
-    const int fd = fileFd(file);
+    const int fd = ::fileno(file);
     off_t at = 0;
     ssize_t r;
     while ((r = ::pread(fd, chunk, sizeof chunk, at)) > 0) {
@@ -104,8 +78,8 @@ CaptureStderr::CaptureStderr() {
     std::cerr.flush();
     std::fflush(stderr);
     m_file = openCaptureFile();
-    m_saved = dupFd(2);
-    if (m_file == nullptr || m_saved < 0 || dup2Fd(fileFd(m_file), 2) < 0)
+    m_saved = ::dup(2);
+    if (m_file == nullptr || m_saved < 0 || ::dup2(::fileno(m_file), 2) < 0)
         throw std::runtime_error("CaptureStderr: cannot redirect fd 2");
 }
 
@@ -123,8 +97,8 @@ std::string CaptureStderr::text() {
 std::string CaptureStderr::stop() {
     if (m_file == nullptr) return std::string();
     std::string out = text();
-    dup2Fd(m_saved, 2);
-    closeFd(m_saved);
+    ::dup2(m_saved, 2);
+    ::close(m_saved);
     std::fclose(m_file);
     m_file = nullptr;
     m_saved = -1;

@@ -4,8 +4,6 @@
 
 #include "WinTestSupport.h"
 
-#include <cstdio>
-#include <iostream>
 #include <string>
 
 #include "CaptureStderr.h"
@@ -81,22 +79,6 @@ TEST(Win32Event, NamedEventsAreSharedAndManualReset) {
     EXPECT_EQ(event::kTimeout, event::wait(a, 0));
     event::close(a);
     event::close(b);
-}
-
-// The test helper itself: the writers share the capture file's position, so
-// reading part-way must not move it; the C runtime's stderr, std::cerr and
-// the process's standard error handle all land in the capture, in order.
-TEST(Win32CaptureStderr, ReadingPartWayKeepsLaterTextInOrder) {
-    CaptureStderr err;
-    std::fputs("one\n", stderr);
-    EXPECT_EQ("one\n", err.text());
-    std::cerr << "two\n" << std::flush;
-    DWORD written = 0;
-    EXPECT_TRUE(WriteFile(GetStdHandle(STD_ERROR_HANDLE), "three\n", 6, &written, nullptr));
-    EXPECT_EQ("one\ntwo\nthree\n", err.text());
-    std::fputs("four\n", stderr);
-    EXPECT_EQ("one\ntwo\nthree\nfour\n", err.stop());
-    EXPECT_EQ("", err.text()) << "nothing after stop";
 }
 
 } // namespace
