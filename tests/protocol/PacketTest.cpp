@@ -10,9 +10,6 @@ using tarvel::nextMessageId;
 TEST(Packet, KnownPackets) {
     // First tracked command after construction: counter 0 -> id 5.
     EXPECT_EQ(buildPacket(nextMessageId(0), Tarvel::PING, {}), (ByteVector{0x01, 0x05, 0x09, 0x00, 0x0F}));
-    // Untracked commands carry id 4.
-    EXPECT_EQ(buildPacket(tarvel::kUntrackedMessageId, Tarvel::EXECUTE_SIGNAL_CHANGE, {}),
-              (ByteVector{0x01, 0x04, 0x17, 0x00, 0x1C}));
     // The 6th tracked command (id 0x0A), with a big-endian handler in front of the payload.
     EXPECT_EQ(buildPacket(0x0A, Tarvel::REMOVE_MESSAGE, {0x12, 0x34}),
               (ByteVector{0x03, 0x0A, 0x02, 0x12, 0x34, 0x00, 0x55}));

@@ -65,9 +65,9 @@ TEST(LineSettings, EachSettingIsAskedForAndTheByteStaysRaw) {
         tcflag_t framing;
     };
     // Rates without a constant of their own, every size, both stop bits and
-    // every parity; all on the same terminal, connected again and again.
-    const Line lines[] = {{2000000, 8, 0, 2, CS8 | PARENB},
-                          {115200, 7, 2, 1, CS7 | CSTOPB | PARENB | PARODD},
+    // every parity but even (the session's, above); all on the same terminal,
+    // connected again and again.
+    const Line lines[] = {{115200, 7, 2, 1, CS7 | CSTOPB | PARENB | PARODD},
                           {250000, 5, 0, 3, CS5 | PARENB | PARODD | CMSPAR},
                           {1234567, 6, 2, 4, CS6 | CSTOPB | PARENB | CMSPAR},
                           {9600, 8, 0, 0, CS8}};

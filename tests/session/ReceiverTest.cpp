@@ -94,10 +94,7 @@ TEST_F(Receiver, TheAsyncMapKeepsTheLatestReportPerKey) {
     sim().sendPacket({2, Tarvel::ASYNC_MESSAGE, report});
     RecvAsyncMessage r;
     ASSERT_TRUE(eventually([&] { return (r = tarvel.ReadAsyncMessage(0x40123)).key != 0; }));
-    EXPECT_EQ(0x20123u, r.key);
-    EXPECT_EQ(2, r.channel);
-    EXPECT_EQ(0x0123, r.handler);
-    EXPECT_EQ(0x8A, r.dlc | r.flag7 << 7 | r.flag6 << 6 | r.flag5 << 5 | r.flag4 << 4) << "DLC 10 and its flags";
+    EXPECT_EQ(0x20123u, r.key); // the other fields: ReportFieldsTest
     EXPECT_EQ(ByteVector(report.begin() + 3, report.end()), r.data);
     EXPECT_LE(static_cast<uint32_t>(Tarvel::GetTickMs()) - r.timestamp, 5000u);
 
