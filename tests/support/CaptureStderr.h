@@ -26,6 +26,7 @@ public:
     std::string stop();
 
 private:
+    std::string m_path;
     std::FILE* m_file = nullptr;
     int m_saved = -1;
 };
