@@ -29,8 +29,10 @@ protected:
     void SetUp() override {
         before_ = ProcessCounts::baseline();
         device_ = std::make_unique<FakeDevice>();
-        device_->misbehave(
-            [this](const HostPacket& p) { return device_->packetsSeen() == 1 ? FakeDevice::soundAnswer(p) : Bytes{}; });
+        FakeDevice* device = device_.get(); // valid while it serves, also while it is destroyed
+        device->misbehave([device](const HostPacket& p) {
+            return device->packetsSeen() == 1 ? FakeDevice::soundAnswer(p) : Bytes{};
+        });
         tarvel_ = std::make_unique<Tarvel>();
         tarvel_->ClearPrintStream();
         tarvel_->SetPrintStream(err_, TARVEL_ERR);
