@@ -2,11 +2,7 @@
 
 namespace tarvel {
 
-bool ReadGate::enterRead(const std::atomic<bool>* keepReading) {
-    if (keepReading != nullptr && !keepReading->load()) return false;
-    unsigned idle = 0;
-    if (m_state.compare_exchange_strong(idle, kRead)) return true;
-
+bool ReadGate::enterReadWaiting(const std::atomic<bool>* keepReading) {
     std::unique_lock<std::mutex> lock(m_mutex);
     // While this waiter is counted, no read takes or leaves the gate without
     // the mutex, so the holder bits change only under it.
@@ -26,9 +22,7 @@ bool ReadGate::enterRead(const std::atomic<bool>* keepReading) {
     }
 }
 
-void ReadGate::leaveRead() {
-    unsigned held = kRead;
-    if (m_state.compare_exchange_strong(held, 0)) return;
+void ReadGate::leaveReadWaited() {
     // Someone waits, or the read was cancelled: drop a wake-up that the read
     // did not consume, so that it cannot cut the next read short.
     std::lock_guard<std::mutex> lock(m_mutex);

@@ -23,10 +23,17 @@ public:
 
     // Waits for the read side. False, and nothing held, when `keepReading`
     // is given and clear by then: a stop that came first wins.
-    bool enterRead(const std::atomic<bool>* keepReading);
+    bool enterRead(const std::atomic<bool>* keepReading) {
+        if (keepReading != nullptr && !keepReading->load()) return false;
+        unsigned idle = 0;
+        return m_state.compare_exchange_strong(idle, kRead, std::memory_order_acquire) || enterReadWaiting(keepReading);
+    }
     // Drops a wake-up that the read did not consume, so that it cannot cut
     // the next read short.
-    void leaveRead();
+    void leaveRead() {
+        unsigned held = kRead;
+        if (!m_state.compare_exchange_strong(held, 0, std::memory_order_release)) leaveReadWaited();
+    }
     // Wakes a read under way and waits until the read side is free.
     void enterControl();
     void leaveControl();
@@ -43,6 +50,9 @@ private:
     static constexpr unsigned kCancelled = 4;
     static constexpr unsigned kWaiter = 8;
 
+    // The paths through the mutex, when someone else is around.
+    bool enterReadWaiting(const std::atomic<bool>* keepReading);
+    void leaveReadWaited();
     // Cancels the holding read once; with the mutex and a waiter count held.
     void cancelHolder();
 
