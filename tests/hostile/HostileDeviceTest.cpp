@@ -177,12 +177,14 @@ protected:
 
 TEST_P(HostileDevice, TheExchangeEndsInTimeWithItsCodeAndTheSessionRecovers) {
     const Hostility& h = hostility();
-    std::mt19937 rng(20240611);
+    // The device's thread may still be answering when the test ends: the
+    // generator lives as long as the reply that uses it.
+    const auto rng = std::make_shared<std::mt19937>(20240611);
     for (const Operation& op : kOperations) {
         SCOPED_TRACE(op.name);
         tarvel_->ResetStatistics();
         auto reply = h.reply;
-        device_->misbehave([&rng, reply](const HostPacket& p) { return reply(p, rng); }, h.chatter);
+        device_->misbehave([rng, reply](const HostPacket& p) { return reply(p, *rng); }, h.chatter);
 
         const auto start = std::chrono::steady_clock::now();
         const int result = within(
