@@ -7,12 +7,9 @@
 
 #include <future>
 #include <memory>
-#include <sstream>
 #include <string>
 
-#include "FakeDevice.h"
-#include "ProcessCounts.h"
-#include "TarvelAPI.h"
+#include "FakeDeviceSession.h"
 #include "Wait.h"
 
 namespace {
@@ -24,38 +21,20 @@ constexpr unsigned kAnswerWaitMs = 3000;
 constexpr long long kGoneMs = 2500; // a direct wait ends this soon after the hang-up
 
 // The test's own device, silent after the version query, whose master side closes.
-class DeviceGone : public ::testing::TestWithParam<bool> {
+class DeviceGone : public ::testing::TestWithParam<bool>, protected FakeDeviceSession {
 protected:
     void SetUp() override {
-        before_ = ProcessCounts::baseline();
+        countBefore();
         device_ = std::make_unique<FakeDevice>();
         FakeDevice* device = device_.get(); // valid while it serves, also while it is destroyed
         device->misbehave([device](const HostPacket& p) {
             return device->packetsSeen() == 1 ? FakeDevice::soundAnswer(p) : Bytes{};
         });
-        tarvel_ = std::make_unique<Tarvel>();
-        tarvel_->ClearPrintStream();
-        tarvel_->SetPrintStream(err_, TARVEL_ERR);
-        ASSERT_EQ(0, tarvel_->Connect(device_->path(), kReadTimeoutMs, 1000)) << err_.str();
-        if (receiver()) {
-            ASSERT_EQ(0, tarvel_->SetAnswerWait(kAnswerWaitMs));
-            ASSERT_EQ(0, tarvel_->StartReceiver());
-        }
+        connect(receiver(), kReadTimeoutMs, kAnswerWaitMs);
     }
-
-    void TearDown() override {
-        tarvel_.reset();
-        device_.reset();
-        EXPECT_TRUE(ProcessCounts::settlesTo(before_))
-            << "before: " << before_.text() << "; after: " << ProcessCounts::now().text();
-    }
+    void TearDown() override { closeAndCount(); }
 
     bool receiver() const { return GetParam(); }
-
-    ProcessCounts before_;
-    std::ostringstream err_;
-    std::unique_ptr<FakeDevice> device_;
-    std::unique_ptr<Tarvel> tarvel_;
 };
 
 TEST_P(DeviceGone, TheWaitEndsTheNextFailsAtOnceAndTheSessionCloses) {

@@ -11,12 +11,10 @@
 #include <functional>
 #include <memory>
 #include <random>
-#include <sstream>
 #include <string>
 #include <tuple>
 
-#include "FakeDevice.h"
-#include "ProcessCounts.h"
+#include "FakeDeviceSession.h"
 #include "ScriptedAnswers.h"
 #include "TarvelAPI.h"
 #include "Wait.h"
@@ -134,27 +132,14 @@ const Operation kOperations[] = {
      }},
 };
 
-class HostileDevice : public ::testing::TestWithParam<std::tuple<Hostility, bool>> {
+class HostileDevice : public ::testing::TestWithParam<std::tuple<Hostility, bool>>, protected FakeDeviceSession {
 protected:
     void SetUp() override {
-        before_ = ProcessCounts::baseline();
+        countBefore();
         device_ = std::make_unique<FakeDevice>();
-        tarvel_ = std::make_unique<Tarvel>();
-        tarvel_->ClearPrintStream();
-        tarvel_->SetPrintStream(err_, TARVEL_ERR);
-        ASSERT_EQ(0, tarvel_->Connect(device_->path(), kReadTimeoutMs, 1000)) << err_.str();
-        if (receiver()) {
-            ASSERT_EQ(0, tarvel_->SetAnswerWait(kReadTimeoutMs));
-            ASSERT_EQ(0, tarvel_->StartReceiver());
-        }
+        connect(receiver(), kReadTimeoutMs, kReadTimeoutMs);
     }
-
-    void TearDown() override {
-        tarvel_.reset();
-        device_.reset();
-        EXPECT_TRUE(ProcessCounts::settlesTo(before_))
-            << "before: " << before_.text() << "; after: " << ProcessCounts::now().text();
-    }
+    void TearDown() override { closeAndCount(); }
 
     const Hostility& hostility() const { return std::get<0>(GetParam()); }
     bool receiver() const { return std::get<1>(GetParam()); }
@@ -168,11 +153,6 @@ protected:
         }
         return false;
     }
-
-    ProcessCounts before_;
-    std::ostringstream err_; // before the session: its printer refers to it
-    std::unique_ptr<FakeDevice> device_;
-    std::unique_ptr<Tarvel> tarvel_;
 };
 
 TEST_P(HostileDevice, TheExchangeEndsInTimeWithItsCodeAndTheSessionRecovers) {
