@@ -56,6 +56,8 @@ void ReadGate::leaveControl() {
 
 void ReadGate::interrupt() {
     std::lock_guard<std::mutex> lock(m_mutex);
+    // Counted as a waiter while it cancels, so that the read cannot leave
+    // between the cancel and its mark and keep a stale wake-up.
     m_state += kWaiter;
     cancelHolder();
     m_state -= kWaiter;
