@@ -24,16 +24,6 @@ def test_filters_the_device_cannot_express_raise(simulator, open_bus, filters, c
         bus.set_filters(filters)
 
 
-def test_set_filters_replaces_the_requests_and_none_receives_nothing(simulator, open_bus):
-    sim = simulator(inject=["0:123#01@5", "0:456#02@5"])
-    bus = open_bus(sim.port, can_filters=[exact(0x123)])
-    receive_until(bus, lambda r: len(r) >= 3, "frames of 0x123")
-    bus.set_filters([exact(0x456)])
-    assert {m.arbitration_id for m in receive_until(bus, lambda r: len(r) >= 10, "frames of 0x456")} == {0x456}
-    bus.set_filters(None)
-    assert bus.recv(timeout=0.3) is None
-
-
 def test_connect_failures_raise_initialization_errors_with_the_code_in_words(simulator, tmp_path):
     silent = simulator(silent=True)
     for port, code, words in [
@@ -62,18 +52,26 @@ def test_a_lost_answer_raises_a_timeout_and_the_bus_goes_on(simulator, open_bus)
         bus.send(can.Message(arbitration_id=0x124, data=b"\x02", is_extended_id=False))
 
 
-def test_shutdown_leaves_nothing_configured_on_the_device(simulator, open_bus):
-    sim = simulator(inject=["0:123#0102@10"])
-    bus = open_bus(sim.port, can_filters=[exact(0x123), exact(0x456), exact(0x18DA00F1)])
-    bus.send_periodic(can.Message(arbitration_id=0x456, data=b"\x04", is_extended_id=False), 0.01)
+def test_set_filters_replaces_the_requests_and_shutdown_leaves_nothing_on_the_device(simulator, open_bus):
+    sim = simulator(inject=["0:123#01@5", "0:456#02@5"])
+    bus = open_bus(sim.port, can_filters=[exact(0x123)])
+    receive_until(bus, lambda r: len(r) >= 3, "frames of 0x123")
+    bus.set_filters([exact(0x456)])
+    assert {m.arbitration_id for m in receive_until(bus, lambda r: len(r) >= 10, "frames of 0x456")} == {0x456}
+    bus.set_filters(None)
+    assert bus.recv(timeout=0.3) is None
+
+    # Requests, a periodic task and a sent message: shutdown removes them all.
+    bus.set_filters([exact(0x123), exact(0x321), exact(0x18DA00F1)])
+    bus.send_periodic(can.Message(arbitration_id=0x321, data=b"\x04", is_extended_id=False), 0.01)
     bus.send(can.Message(arbitration_id=0x18DA00F1, data=b"\x05", is_extended_id=True))
-    receive_until(bus, lambda r: {0x123, 0x456, 0x18DA00F1} <= {m.arbitration_id for m in r}, "all three identifiers")
+    receive_until(bus, lambda r: {0x123, 0x321, 0x18DA00F1} <= {m.arbitration_id for m in r}, "all three identifiers")
     bus.shutdown()
 
     with tarvel.Device(sim.port) as device:
         device.set_answer_wait(1.0)  # a loaded machine may answer late
         device.start_receiver()
-        for can_id, extended in [(0x456, False), (0x18DA00F1, True)]:  # no transmit message is left...
+        for can_id, extended in [(0x321, False), (0x18DA00F1, True)]:  # no transmit message is left...
             with pytest.raises(tarvel.TarvelError) as caught:
                 device.get_handler(can_id, extended=extended)
             assert caught.value.code == -21
@@ -81,5 +79,5 @@ def test_shutdown_leaves_nothing_configured_on_the_device(simulator, open_bus):
         seen = len(frames_of(bus_log(sim), 0x123))
         wait_for(lambda: len(frames_of(bus_log(sim), 0x123)) >= seen + 5, "five more frames of 0x123")
         assert device.wait_report(timeout=0) is None and device.statistics().reports_received == 0
-    assert frames_of(bus_log(sim), 0x456)[-1].timestamp < frames_of(bus_log(sim), 0x123)[-5].timestamp
+    assert frames_of(bus_log(sim), 0x321)[-1].timestamp < frames_of(bus_log(sim), 0x123)[-5].timestamp
 
