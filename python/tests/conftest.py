@@ -1,6 +1,8 @@
 """Fixtures (tarvel-sim on a pseudo-terminal, buses, devices) and helpers; python/run-tests.sh runs the suite."""
 
+import contextlib
 import io
+import itertools
 import os
 import pathlib
 import subprocess
@@ -43,7 +45,7 @@ def fence(bus, sim, can_id=0x7EE):
     return wait_for(lambda: frames_of(bus_log(sim), can_id), f"fence 0x{can_id:X} in the bus log")
 
 
-def receive_until(bus, condition, what, timeout=10.0):
+def receive_until(bus, condition, what):
     """Messages received, in order, until condition(received) holds."""
     received = []
 
@@ -52,7 +54,7 @@ def receive_until(bus, condition, what, timeout=10.0):
             received.append(msg)
         return condition(received)
 
-    wait_for(more, what, timeout)
+    wait_for(more, what)
     return received
 
 
@@ -71,17 +73,9 @@ def run_python(code, **env):
 @pytest.fixture
 def simulator(tmp_path):
     """Starts simulated devices with tarvel-sim's options as keyword arguments, each with a bus log."""
-    started = []
-
-    def start(**options):
-        options.setdefault("bus_log", tmp_path / f"bus{len(started)}.log")
-        started.append(tarvel.Simulator(**options))
-        started[-1].start()
-        return started[-1]
-
-    yield start
-    for sim in started:
-        sim.stop()
+    logs = (tmp_path / f"bus{n}.log" for n in itertools.count())
+    with contextlib.ExitStack() as started:
+        yield lambda **options: started.enter_context(tarvel.Simulator(bus_log=next(logs), **options))
 
 
 @pytest.fixture
@@ -97,13 +91,5 @@ def device(simulator, request):
 @pytest.fixture
 def open_bus():
     """Opens python-can buses through the entry point ("tarvel"); shuts down those still open at the end."""
-    buses = []
-
-    def open_(port, **kwargs):
-        buses.append(can.Bus(interface="tarvel", channel=port, **{"read_timeout": 1.0, **kwargs}))
-        return buses[-1]
-
-    yield open_
-    for bus in buses:
-        if not bus._closed:
-            bus.shutdown()
+    with contextlib.ExitStack() as opened:
+        yield lambda port, **kwargs: opened.enter_context(can.Bus(interface="tarvel", channel=port, **kwargs))
