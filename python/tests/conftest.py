@@ -41,7 +41,7 @@ def frames_of(messages, can_id):
 
 def fence(bus, sim, can_id=0x7EE):
     """Sends a frame and waits until it is in the bus log: every frame sent before it is there too."""
-    bus.send(can.Message(arbitration_id=can_id, is_extended_id=False, data=b"\xfe"))
+    bus.send(msg(can_id, b"\xfe"))
     return wait_for(lambda: frames_of(bus_log(sim), can_id), f"fence 0x{can_id:X} in the bus log")
 
 
@@ -56,6 +56,10 @@ def receive_until(bus, condition, what):
 
     wait_for(more, what)
     return received
+
+
+def msg(can_id, data, extended=False, fd=False, channel=None):
+    return can.Message(arbitration_id=can_id, data=data, is_extended_id=extended, is_fd=fd, channel=channel)
 
 
 def exact(can_id):
@@ -82,7 +86,7 @@ def simulator(tmp_path):
 def device(simulator, request):
     """A tarvel.Device (dev.sim its simulator) with the frames of the test module's INJECT on the bus."""
     sim = simulator(inject=request.module.INJECT)
-    with tarvel.Device(sim.port, read_timeout=1.0) as dev:
+    with tarvel.Device(sim.port) as dev:
         dev.set_answer_wait(1.0)  # with the receiver running; a loaded machine may answer late
         dev.sim = sim
         yield dev

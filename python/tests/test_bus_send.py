@@ -5,14 +5,10 @@ import re
 
 import can
 import pytest
-from conftest import INSTALLED, SOURCE, bus_log, fence
+from conftest import INSTALLED, SOURCE, bus_log, fence, msg
 
 import tarvel
 from tarvel.can import TarvelBus
-
-
-def msg(can_id, data, extended=False, fd=False, channel=None):
-    return can.Message(arbitration_id=can_id, data=data, is_extended_id=extended, is_fd=fd, channel=channel)
 
 
 # (message, the channel it goes out on)

@@ -2,7 +2,7 @@
 
 import can
 import pytest
-from conftest import bus_log, exact, frames_of, receive_until, wait_for
+from conftest import bus_log, exact, frames_of, msg, receive_until, wait_for
 
 import tarvel
 
@@ -40,16 +40,16 @@ def test_a_lost_answer_raises_a_timeout_and_the_bus_goes_on(simulator, open_bus)
     sim = simulator(drop_every=2)  # the version query is answered, the next answer (AddMessage) is lost
     bus = open_bus(sim.port, read_timeout=0.3)
     with pytest.raises(can.CanTimeoutError) as caught:
-        bus.send(can.Message(arbitration_id=0x123, data=b"\x01", is_extended_id=False))
+        bus.send(msg(0x123, b"\x01"))
     assert caught.value.error_code == -15
     assert "AddMessage" in str(caught.value) and "no answer from the device in time" in str(caught.value)
-    bus.send(can.Message(arbitration_id=0x124, data=b"\x02", is_extended_id=False))  # answered
+    bus.send(msg(0x124, b"\x02"))  # answered
     wait_for(lambda: frames_of(bus_log(sim), 0x124), "0x124 on the bus")
     with pytest.raises(can.CanTimeoutError, match="RemoveMessage"):
         bus.shutdown()  # the next answer is lost too: said, and the bus is closed all the same
     bus.shutdown()
     with pytest.raises(can.CanOperationError, match="shut down"):
-        bus.send(can.Message(arbitration_id=0x124, data=b"\x02", is_extended_id=False))
+        bus.send(msg(0x124, b"\x02"))
 
 
 def test_set_filters_replaces_the_requests_and_shutdown_leaves_nothing_on_the_device(simulator, open_bus):
@@ -63,8 +63,8 @@ def test_set_filters_replaces_the_requests_and_shutdown_leaves_nothing_on_the_de
 
     # Requests, a periodic task and a sent message: shutdown removes them all.
     bus.set_filters([exact(0x123), exact(0x321), exact(0x18DA00F1)])
-    bus.send_periodic(can.Message(arbitration_id=0x321, data=b"\x04", is_extended_id=False), 0.01)
-    bus.send(can.Message(arbitration_id=0x18DA00F1, data=b"\x05", is_extended_id=True))
+    bus.send_periodic(msg(0x321, b"\x04"), 0.01)
+    bus.send(msg(0x18DA00F1, b"\x05", extended=True))
     receive_until(bus, lambda r: {0x123, 0x321, 0x18DA00F1} <= {m.arbitration_id for m in r}, "all three identifiers")
     bus.shutdown()
 
