@@ -1,8 +1,9 @@
-"""Fixtures (tarvel-sim on a pseudo-terminal, buses, devices) and helpers; python/run-tests.sh runs the suite."""
+"""Fixtures (tarvel-sim on a pseudo-terminal, buses, devices, the example DBC) and helpers for python/run-tests.sh."""
 
 import contextlib
 import io
 import itertools
+import logging
 import os
 import pathlib
 import subprocess
@@ -16,6 +17,7 @@ import tarvel
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent  # python/ of the checkout
 EXAMPLES = SOURCE / "examples"
+DBC = EXAMPLES / "vehicle.dbc"  # the rest-bus example
 INSTALLED = os.environ.get("TARVEL_TEST_INSTALLED") == "1"
 
 
@@ -80,6 +82,15 @@ def simulator(tmp_path):
     logs = (tmp_path / f"bus{n}.log" for n in itertools.count())
     with contextlib.ExitStack() as started:
         yield lambda **options: started.enter_context(tarvel.Simulator(bus_log=next(logs), **options))
+
+
+@pytest.fixture(scope="session")
+def database():
+    """The example DBC as canmatrix reads it."""
+    logging.getLogger("canmatrix.formats").setLevel(logging.ERROR)  # its import warns about formats it lacks
+    import canmatrix.formats
+
+    return canmatrix.formats.loadp_flat(str(DBC))
 
 
 @pytest.fixture

@@ -1,29 +1,19 @@
 """tarvel.restbus with the example DBC: frames, cycle times, start values, set, read, stop; decoded by canmatrix."""
 
-import logging
 import statistics
 import time
 
 import pytest
-from conftest import EXAMPLES, bus_log, wait_for
+from conftest import DBC, bus_log, wait_for
 
 import tarvel
 from tarvel.restbus import RestBus, SignalError
 
-logging.getLogger("canmatrix.formats").setLevel(logging.ERROR)  # its import warns about formats it lacks
-import canmatrix.formats  # noqa: E402  (after the log level)
-
-DBC = EXAMPLES / "vehicle.dbc"
 NODE = "Chassis"
 # EngineData as the other node sends it: EngineSpeed 3000 rpm (raw 12000 = 0x2EE0, little-endian),
 # CoolantTemperature 90 degC (raw 130 = 0x82), OilPressure 3.5 bar (raw 350 = 0x015E, big-endian in bytes 4-5).
 INJECT = ["0:100#E02E8200015E0000@20"]
 COUNTER = "AliveCounter"
-
-
-@pytest.fixture(scope="module")
-def database():
-    return canmatrix.formats.loadp_flat(str(DBC))
 
 
 @pytest.fixture
@@ -151,20 +141,17 @@ def test_values_and_names_are_refused_with_nothing_sent(rest, device, values, me
     assert rest.get("VehicleSpeed") == 50  # its start value: one given beside a refused value is not applied either
 
 
-def test_read_returns_what_another_nodes_frame_carries(rest, device):
-    speed = rest.read("EngineSpeed")
-    assert (speed.name, speed.value, speed.unit, speed.raw) == ("EngineSpeed", 3000, "rpm", 12000)
-    assert 0 <= speed.age < 5 and str(speed).startswith("EngineSpeed = 3000 rpm, ")
-    assert rest.read("EngineData.CoolantTemperature")[:3] == ("EngineData.CoolantTemperature", 90, "degC")
-    # The request stays: a later read is of a newer frame.
-    wait_for(lambda: rest.read("EngineSpeed").age < 0.5, "a fresh EngineData")
-    with pytest.raises(SignalError, match="unknown signal 'EngineSped': not in the database; did you mean EngineSpeed"):
-        rest.read("EngineSped")
-
-
-def test_stop_leaves_the_device_empty(device, database):
+def test_read_returns_what_another_nodes_frame_carries_and_stop_leaves_the_device_empty(device, database):
     with RestBus(device, DBC, [NODE]) as rest:
-        rest.read("EngineSpeed")
+        speed = rest.read("EngineSpeed")
+        assert (speed.name, speed.value, speed.unit, speed.raw) == ("EngineSpeed", 3000, "rpm", 12000)
+        assert 0 <= speed.age < 5 and str(speed).startswith("EngineSpeed = 3000 rpm, ")
+        assert rest.read("EngineData.CoolantTemperature")[:3] == ("EngineData.CoolantTemperature", 90, "degC")
+        # The request stays: a later read is of a newer frame.
+        wait_for(lambda: rest.read("EngineSpeed").age < 0.5, "a fresh EngineData")
+        misspelt = "unknown signal 'EngineSped': not in the database; did you mean EngineSpeed"
+        with pytest.raises(SignalError, match=misspelt):
+            rest.read("EngineSped")
         signal_handler = max(rest._signals.values())
     stopped = time.time()
     assert not rest.running and not device.receiver_running

@@ -1,6 +1,5 @@
 """python3 -m tarvel restbus: the set-up table, the frames on the built-in simulated device, Ctrl-C, refusals."""
 
-import logging
 import signal
 import subprocess
 import sys
@@ -8,17 +7,13 @@ import threading
 
 import can
 import pytest
-from conftest import EXAMPLES, run_python, wait_for
+from conftest import DBC, EXAMPLES, run_python, wait_for
 
-logging.getLogger("canmatrix.formats").setLevel(logging.ERROR)  # its import warns about formats it lacks
-import canmatrix.formats  # noqa: E402  (after the log level)
-
-DBC = str(EXAMPLES / "vehicle.dbc")
 RESTBUS = ["-m", "tarvel", "restbus"]
 SUMMARY = "4 frames: 9 device signals, 1 alive counter, 6 host-encoded signals"
 
 
-def test_the_command_prints_its_set_up_and_runs_the_frames(tmp_path):
+def test_the_command_prints_its_set_up_and_runs_the_frames(tmp_path, database):
     bus_log = tmp_path / "bus.log"
     set_up = ["--node", "Chassis", "--set", "VehicleSpeed=88", "--set", "GearLever=N", "-d", "0.5"]
     run = run_python([*RESTBUS, DBC, *set_up, "--bus-log", str(bus_log)])
@@ -40,7 +35,7 @@ def test_the_command_prints_its_set_up_and_runs_the_frames(tmp_path):
     for said in ["no --port: running on the built-in simulated device", "running for 0.5 s", "stopped; 4 frames"]:
         assert f"restbus: {said}" in run.stderr
 
-    dynamics = canmatrix.formats.loadp_flat(DBC).frame_by_name("VehicleDynamics")
+    dynamics = database.frame_by_name("VehicleDynamics")
     sent = [m for m in can.LogReader(str(bus_log)) if m.arbitration_id == dynamics.arbitration_id.id]
     assert len(sent) >= 10  # 10 ms frames for half a second, on however loaded a machine
     values = dynamics.decode(bytes(sent[0].data))
@@ -88,8 +83,5 @@ def test_the_example_program_runs_on_the_simulated_device():
     assert run.returncode == 0, run.stderr
     lines = run.stdout.splitlines()
     assert "refused: VehicleSpeed: 400 km/h is outside its range 0 to 320 km/h" in lines
-    assert [line.split(",")[0] for line in lines[-3:]] == [
-        "EngineSpeed = 3000 rpm",
-        "CoolantTemperature = 90 degC",
-        "OilPressure = 3.5 bar",
-    ]
+    reads = [line.split(",")[0] for line in lines[-3:]]
+    assert reads == ["EngineSpeed = 3000 rpm", "CoolantTemperature = 90 degC", "OilPressure = 3.5 bar"]
