@@ -120,18 +120,19 @@ def test_set_and_set_many_put_physical_values_on_the_bus_for_every_kind_of_signa
     assert len(frames(log, door)) == 3
 
 
-@pytest.mark.parametrize(
-    "values, message",
-    [
-        ({"VehicleSpeed": 1.005}, "VehicleSpeed: 1.005 km/h is not one of its values: it goes in steps of 0.01 from 0"),
-        ({"OutsideTemperature": 20.2}, "(nearest 20 and 20.5 degC)"),
-        ({"VehicleSped": 1}, "'VehicleSped': not in the frames of the simulated nodes; did you mean VehicleSpeed?"),
-        ({COUNTER: 3}, "AliveCounter: an alive counter, advanced by the device at every transmission"),
-        ({"EngineSpeed": 800}, "its frame EngineData is sent by Engine, not by the simulated nodes; read() reads it"),
-        ({"GearLever": "X"}, "GearLever: 'X' is neither a number nor one of its values (P, R, N, D)"),
-        ({"VehicleSpeed": 60, "YawRate": -204.9}, "YawRate: -204.9 deg/s is outside its range -204.8 to 204.7 deg/s"),
-    ],
-)
+# Values and names set_many refuses, and the words it says.
+REFUSALS = [
+    ({"VehicleSpeed": 1.005}, "VehicleSpeed: 1.005 km/h is not one of its values: it goes in steps of 0.01 from 0"),
+    ({"OutsideTemperature": 20.2}, "(nearest 20 and 20.5 degC)"),
+    ({"VehicleSped": 1}, "'VehicleSped': not in the frames of the simulated nodes; did you mean VehicleSpeed?"),
+    ({COUNTER: 3}, "AliveCounter: an alive counter, advanced by the device at every transmission"),
+    ({"EngineSpeed": 800}, "its frame EngineData is sent by Engine, not by the simulated nodes; read() reads it"),
+    ({"GearLever": "X"}, "GearLever: 'X' is neither a number nor one of its values (P, R, N, D)"),
+    ({"VehicleSpeed": 60, "YawRate": -204.9}, "YawRate: -204.9 deg/s is outside its range -204.8 to 204.7 deg/s"),
+]
+
+
+@pytest.mark.parametrize("values, message", REFUSALS)
 def test_values_and_names_are_refused_with_nothing_sent(rest, device, values, message):
     before = device.statistics().frames_sent
     with pytest.raises(SignalError) as caught:

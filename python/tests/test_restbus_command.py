@@ -61,17 +61,18 @@ def test_ctrl_c_stops_the_command_cleanly():
     assert "restbus: stopped; 4 frames removed from the device\n" in said and out.splitlines()[-1] == SUMMARY
 
 
-@pytest.mark.parametrize(
-    "args, status, message",
-    [
-        ([DBC, "--node", "Chassis", "--set", "VehicleSpeed"], 2, "'VehicleSpeed' is not SIGNAL=VALUE"),
-        ([DBC, "--node", "Gateway"], 2, "node 'Gateway' is not in the database; its nodes are: Chassis, Engine"),
-        ([DBC, "--node", "Chassis", "--counter", "Odometer"], 2, "Odometer: the device advances counters of up to 16"),
-        ([DBC, "--node", "Chassis", "--port", "/dev/null", "--bus-log", "x"], 2, "belong to the built-in simulated"),
-        ([DBC, "--node", "Chassis", "--port", "/nonexistent/tty"], 1, "Connect to /nonexistent/tty failed"),
-        (["missing.dbc", "--node", "X"], 2, "missing.dbc: no such file"),
-    ],
-)
+# Arguments the command refuses: its exit status and what it says.
+REFUSALS = [
+    ([DBC, "--node", "Chassis", "--set", "VehicleSpeed"], 2, "'VehicleSpeed' is not SIGNAL=VALUE"),
+    ([DBC, "--node", "Gateway"], 2, "node 'Gateway' is not in the database; its nodes are: Chassis, Engine"),
+    ([DBC, "--node", "Chassis", "--counter", "Odometer"], 2, "Odometer: the device advances counters of up to 16"),
+    ([DBC, "--node", "Chassis", "--port", "/dev/null", "--bus-log", "x"], 2, "belong to the built-in simulated"),
+    ([DBC, "--node", "Chassis", "--port", "/nonexistent/tty"], 1, "Connect to /nonexistent/tty failed"),
+    (["missing.dbc", "--node", "X"], 2, "missing.dbc: no such file"),
+]
+
+
+@pytest.mark.parametrize("args, status, message", REFUSALS)
 def test_refusals_name_the_problem(args, status, message):
     run = run_python([*RESTBUS, *args])
     assert run.returncode == status, run.stderr
