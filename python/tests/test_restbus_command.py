@@ -51,8 +51,8 @@ def test_ctrl_c_stops_the_command_cleanly():
     try:
         wait_for(lambda: any("running until Ctrl-C" in line for line in said), "the command to run", timeout=30)
         process.send_signal(signal.SIGINT)
+        process.wait(30)  # a failure rather than a hang if it does not stop (its output fits the pipe)
         out = process.stdout.read()  # standard error is the reader's
-        process.wait(30)
     finally:
         if process.poll() is None:
             process.kill()
