@@ -34,12 +34,13 @@ TEST_F(SimDevice, AnswersPingsAndFaultyPackets) {
 }
 
 TEST_F(SimDevice, CumulativeSignalCountsEveryTransmission) {
-    // Sent every 5 ms on channel 0; bits 0..3 advance by 3 at each transmission.
-    ASSERT_EQ(1, status(cmd::ADD_MESSAGE, message(0, 0x7FF, 1, 5, false, {0x00})));
+    // Identifier 7FF, one data byte, sent every 5 ms on channel 0 (switched on
+    // below); bits 0..3 advance by 3 at each transmission.
+    ASSERT_EQ(1, status(cmd::ADD_MESSAGE, {0, 0, 0xFF, 0x07, 0, 0, 0, 0, 0, 1, 0, 0, 0, 5, 0, 0, 0, 0x00}));
     ASSERT_EQ(1, status(cmd::ADD_SIGNAL, {0, 1, 0, 0, 0, 0, 3, 0x80}));
     ASSERT_EQ(0, status(cmd::CHANGE_SIGNAL, {0, 1, 0x00, 0x03, 1}));
-    ASSERT_EQ(0, status(cmd::REQUEST_MESSAGE, request(0x01, 0x7FF)));
-    ASSERT_EQ(0, status(cmd::ENABLE_MESSAGE, be16(1)));
+    ASSERT_EQ(0, status(cmd::REQUEST_MESSAGE, {0x01, 0xFF, 0x07, 0, 0, 0, 8, 0, 0}));
+    ASSERT_EQ(0, status(cmd::ENABLE_MESSAGE, {0, 1}));
     std::vector<int> counter;
     while (counter.size() < 8) {
         const Answer r = line->next();

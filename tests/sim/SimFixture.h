@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -52,12 +51,8 @@ inline int okValue(const Answer& a) {
 // The host's end of the terminal (blocking; reads wait in poll).
 class HostLine {
 public:
-    explicit HostLine(const std::string& path) : HostLine(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)) {
-        termios t{};
-        if (::tcgetattr(m_fd, &t) != 0) return;
-        ::cfmakeraw(&t);
-        ::tcsetattr(m_fd, TCSANOW, &t);
-    }
+    // Left as the device set it up: raw, so that a terminal that is not shows.
+    explicit HostLine(const std::string& path) : HostLine(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)) {}
     // Takes over an open descriptor (for instance a pseudo-terminal's master side).
     explicit HostLine(int fd) : m_fd(fd) {}
     ~HostLine() { close(); }
@@ -98,24 +93,11 @@ private:
 
 class SimFixture : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(open()); }
-    void TearDown() override {
-        line.reset();
-        sim.reset();
-    }
-
-    // Replaces the device by one with these options (the old one is gone
-    // first) and opens a fresh host line to it.
-    bool open(const Options& options = {}) {
-        line.reset();
-        sim.reset();
-        sim = std::make_unique<Simulator>(options);
-        if (!sim->start()) {
-            ADD_FAILURE() << sim->lastError();
-            return false;
-        }
+    void SetUp() override {
+        sim = std::make_unique<Simulator>(Options{});
+        ASSERT_TRUE(sim->start()) << sim->lastError();
         line = std::make_unique<HostLine>(sim->portPath());
-        return line->fd() >= 0;
+        ASSERT_GE(line->fd(), 0);
     }
 
     // A tracked command: the answer, which must carry the command's id.
@@ -127,26 +109,8 @@ protected:
     }
     int status(uint8_t code, const Bytes& payload = {}) { return okValue(ask(code, payload)); }
 
-    // ADD_MESSAGE payload: channel selector, 29-bit id, dlc, period, enabled, data.
-    static Bytes message(uint8_t selector1, uint32_t id, uint8_t dlc, uint16_t period, bool enabled, const Bytes& data,
-                         uint8_t flags = 0) {
-        Bytes p = cat({selector1, 0, uint8_t(id), uint8_t(id >> 8), uint8_t(id >> 16), uint8_t(id >> 24), flags, 0, 0},
-                      {dlc, 0, 0, uint8_t(period >> 8), uint8_t(period), 0, 0, uint8_t(enabled ? 1 : 0)});
-        for (uint8_t b : data)
-            p.push_back(b); // (an insert trips a false array-bounds warning of GCC 12)
-        return p;
-    }
-    static Bytes request(uint8_t mask, uint32_t id, uint8_t dlc = 8) {
-        return {mask, uint8_t(id), uint8_t(id >> 8), uint8_t(id >> 16), uint8_t(id >> 24), 0, dlc, 0, 0};
-    }
-    static Bytes be16(uint16_t v) { return {uint8_t(v >> 8), uint8_t(v)}; }
-    static Bytes cat(Bytes a, const Bytes& b) {
-        a.insert(a.end(), b.begin(), b.end());
-        return a;
-    }
-
     std::unique_ptr<Simulator> sim;
-    std::unique_ptr<HostLine> line;
+    std::unique_ptr<HostLine> line; // closed before the device goes
 
 private:
     uint8_t m_id = 4;

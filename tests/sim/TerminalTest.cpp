@@ -2,10 +2,11 @@
 // The simulator needs pseudo-terminals: not built on Windows.
 #ifndef _WIN32
 #include <sys/ioctl.h>
+#include <termios.h>
 
-#include <cstdlib>
 #include <cstring>
 
+#include "Pty.h"
 #include "SimFixture.h"
 
 using namespace simtest;
@@ -41,13 +42,10 @@ TEST_F(SimTerminal, NextHostGetsAFreshTerminal) {
 }
 
 TEST(SimPort, ServesAGivenSerialDevice) {
-    const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_GE(master, 0);
-    ASSERT_EQ(0, ::grantpt(master));
-    ASSERT_EQ(0, ::unlockpt(master));
-    HostLine host(master);
+    Pty pty; // the host on its master side
+    HostLine host(::dup(pty.masterFd()));
     Options o;
-    o.port = ::ptsname(master);
+    o.port = pty.slavePath();
     Simulator sim(o);
     ASSERT_TRUE(sim.start()) << sim.lastError();
     EXPECT_EQ(o.port, sim.portPath());
