@@ -11,19 +11,18 @@
 #include <regex>
 #include <set>
 
-#include "Process.h"
+#include "../tools/ToolHarness.h"
 #include "SimFixture.h"
 
-// Set by the build to the programs under test; empty when they are not built.
+// Set by the build to tarvel-sim; empty when it is not built (tarvel itself:
+// see ToolHarness.h).
 #ifndef TARVEL_SIM_PATH
 #define TARVEL_SIM_PATH ""
-#endif
-#ifndef TARVEL_PATH
-#define TARVEL_PATH ""
 #endif
 
 using namespace simtest;
 using ::testing::HasSubstr;
+using tooltest::tool;
 
 namespace {
 
@@ -46,21 +45,13 @@ const std::vector<std::string> kInjections = {"--inject", "0:123#DEADBEEF@20",
 const std::regex kBusLine(
     R"(\((\d+\.\d{6})\) (can0 123#DEADBEEF|can1 18FEF100#0102030405060708|can3 7FF##0000102030405060708000000))");
 
-class SimProgram : public ::testing::Test {
+// The tool's fixture: its own directory, and both programs built.
+class SimProgram : public tooltest::ToolTest {
 protected:
     void SetUp() override {
-        if (!*TARVEL_SIM_PATH || !*TARVEL_PATH) GTEST_SKIP() << "tarvel-sim or tarvel is not built";
-        char pattern[] = "/tmp/tarvel-sim-test-XXXXXX";
-        ASSERT_NE(nullptr, ::mkdtemp(pattern));
-        m_dir = pattern;
+        if (!*TARVEL_SIM_PATH) GTEST_SKIP() << "tarvel-sim is not built";
+        ToolTest::SetUp();
     }
-    void TearDown() override {
-        if (!m_dir.empty()) std::filesystem::remove_all(m_dir);
-    }
-    std::string file(const std::string& name) const { return m_dir + "/" + name; }
-
-private:
-    std::string m_dir;
 };
 
 TEST_F(SimProgram, BothProgramsTakeTheSameOptionsAndLogTheBus) {
@@ -68,18 +59,18 @@ TEST_F(SimProgram, BothProgramsTakeTheSameOptionsAndLogTheBus) {
         std::vector<std::string> program;
         bool logOnStdout; // then the ready lines go to stderr
     };
-    const Case cases[] = {{{TARVEL_SIM_PATH}, false}, {{TARVEL_PATH, "sim"}, true}};
+    const Case cases[] = {{{TARVEL_SIM_PATH}, false}, {tool({"sim"}), true}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.program.back());
         const std::string link = file("tty"), log = c.logOnStdout ? "-" : file("bus.log");
         std::vector<std::string> args = c.program;
         args.insert(args.end(), {"--link", link, "--bus-log", log, "--capacity", "8", "--hw-error"});
         args.insert(args.end(), kInjections.begin(), kInjections.end());
-        Process sim(args);
-        const auto said = [&] { return c.logOnStdout ? sim.err() : sim.out(); };
-        const auto logged = [&] { return c.logOnStdout ? sim.out() : readFile(log); };
+        Process program(args);
+        const auto said = [&] { return c.logOnStdout ? program.err() : program.out(); };
+        const auto logged = [&] { return c.logOnStdout ? program.out() : readFile(log); };
         ASSERT_TRUE(eventually([&] { return said().find("Linked as " + link + "\n") != std::string::npos; }))
-            << sim.err();
+            << program.err();
         ASSERT_TRUE(eventually([&] { return lines(logged()).size() >= 6; })) << logged();
 
         std::set<std::string> frames;
@@ -90,8 +81,8 @@ TEST_F(SimProgram, BothProgramsTakeTheSameOptionsAndLogTheBus) {
             frames.insert(m[2]);
         }
         EXPECT_EQ(3u, frames.size());
-        sim.signal(SIGINT);
-        EXPECT_EQ(0, sim.finish().exitCode) << sim.err();
+        program.signal(SIGINT);
+        EXPECT_EQ(0, program.finish().exitCode) << program.err();
         EXPECT_EQ("", readLink(link));
     }
 }
@@ -102,11 +93,10 @@ TEST_F(SimProgram, ALiveSimulatorKeepsItsLink) {
     ASSERT_TRUE(says(first, "Linked as " + link + "\n")) << first.err();
     const std::string firstPath = servedPort(first);
 
-    for (const auto& program : {TARVEL_SIM_PATH, TARVEL_PATH}) {
-        std::vector<std::string> args = {program, "--link", link};
-        if (program == std::string(TARVEL_PATH)) args.insert(args.begin() + 1, "sim");
+    for (std::vector<std::string> args : {std::vector<std::string>{TARVEL_SIM_PATH}, tool({"sim"})}) {
+        args.insert(args.end(), {"--link", link});
         const ProcessResult second = runProcess(args);
-        EXPECT_EQ(1, second.exitCode) << program;
+        EXPECT_EQ(1, second.exitCode) << args[0];
         EXPECT_THAT(second.err, HasSubstr(link + " is the link of a running simulator (process " +
                                           std::to_string(first.pid()) + ")"));
         EXPECT_EQ(firstPath, readLink(link));
@@ -117,7 +107,7 @@ TEST_F(SimProgram, ALiveSimulatorKeepsItsLink) {
     first.signal(SIGKILL);
     first.finish();
     EXPECT_EQ(firstPath, readLink(link));
-    Process next({TARVEL_PATH, "sim", "--link", link});
+    Process next(tool({"sim", "--link", link}));
     ASSERT_TRUE(says(next, "Linked as " + link + "\n")) << next.err();
     EXPECT_EQ(servedPort(next), readLink(link));
     next.signal(SIGINT);
