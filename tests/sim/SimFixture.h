@@ -65,9 +65,6 @@ public:
         m_fd = -1;
     }
     bool write(const Bytes& bytes) { return ::write(m_fd, bytes.data(), bytes.size()) == ssize_t(bytes.size()); }
-    bool send(uint8_t id, uint8_t code, const Bytes& payload = {}) {
-        return write(slipEncode(buildPacket(id, code, payload)));
-    }
     // The next frame the device sends, waiting up to 5 s.
     Answer next() {
         const auto deadline = Clock::now() + std::chrono::seconds(5);
@@ -79,8 +76,9 @@ public:
         }
         return {};
     }
+    // Sends a command and returns the next frame.
     Answer exchange(uint8_t id, uint8_t code, const Bytes& payload = {}) {
-        return send(id, code, payload) ? next() : Answer();
+        return write(slipEncode(buildPacket(id, code, payload))) ? next() : Answer();
     }
     // Every byte read so far, framing included.
     const Bytes& rawSeen() const { return m_rawSeen; }
@@ -100,14 +98,13 @@ protected:
         ASSERT_GE(line->fd(), 0);
     }
 
-    // A tracked command: the answer, which must carry the command's id.
-    Answer ask(uint8_t code, const Bytes& payload = {}) {
+    // A tracked command's OK value (see okValue); the answer must carry the command's id.
+    int status(uint8_t code, const Bytes& payload = {}) {
         m_id = m_id >= 255 ? 5 : static_cast<uint8_t>(m_id + 1);
-        Answer a = line->exchange(m_id, code, payload);
+        const Answer a = line->exchange(m_id, code, payload);
         EXPECT_EQ(m_id, a.id) << "answer to command " << int(code);
-        return a;
+        return okValue(a);
     }
-    int status(uint8_t code, const Bytes& payload = {}) { return okValue(ask(code, payload)); }
 
     std::unique_ptr<Simulator> sim;
     std::unique_ptr<HostLine> line; // closed before the device goes
