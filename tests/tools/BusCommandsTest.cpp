@@ -53,7 +53,6 @@ TEST_F(ToolTest, BusCommands) {
     ProcessResult sent = runOnDevice({"send", "can1", "18FEF100#0102030405060708", "--period", "25"});
     expectSuccess(sent);
     EXPECT_EQ("handler: 1\n", sent.out);
-    EXPECT_EQ(1u, dev.messageCount());
     auto packets = dev.hostPackets();
     ASSERT_GE(packets.size(), 3u);
     const auto& add = packets[packets.size() - 2].payload;
