@@ -92,21 +92,19 @@ TEST_F(ComPortSession, CommandsAndEepromWithoutAndWithReceiver) {
     EXPECT_EQ(100, tarvel.GetVersion());
     EXPECT_EQ(0, tarvel.Ping());
 
-    const unsigned char block[16] = {0xC0, 0xDB, 0xDC, 0xDD, 0x00, 0xFF, 0x10, 0x11,
-                                     0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0xC0, 0xDB};
-    ASSERT_EQ(0, tarvel.WriteEeprom(0x40, sizeof block, block));
-    std::vector<unsigned char> back(sizeof block);
-    ASSERT_EQ(0, tarvel.ReadEeprom(0x40, sizeof block, back.data()));
-    EXPECT_EQ(std::vector<unsigned char>(block, block + sizeof block), back);
+    // SLIP's special bytes, written without the receiver and read back with it.
+    const std::vector<unsigned char> block = {0xC0, 0xDB, 0xDC, 0xDD, 0x00, 0xFF, 0x10, 0x11,
+                                              0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0xC0, 0xDB};
+    ASSERT_EQ(0, tarvel.WriteEeprom(0x40, 16, block.data()));
 
     ASSERT_EQ(0, tarvel.StartReceiver());
     EXPECT_EQ(1, tarvel.GetInternalThreadStatus() & 1);
     // Many exchanges in a row: answers arrive while the receiver reads, so
     // bytes pile up in the driver and are fetched in bulk.
     for (int i = 0; i < 100; ++i) {
-        std::vector<unsigned char> again(sizeof block);
-        ASSERT_EQ(0, tarvel.ReadEeprom(0x40, sizeof block, again.data())) << "round " << i << ": " << err.str();
-        ASSERT_EQ(back, again) << "round " << i;
+        std::vector<unsigned char> back(block.size());
+        ASSERT_EQ(0, tarvel.ReadEeprom(0x40, 16, back.data())) << "round " << i << ": " << err.str();
+        ASSERT_EQ(block, back) << "round " << i;
     }
     tarvel.StopReceiver();
     EXPECT_EQ(0, tarvel.GetInternalThreadStatus() & 1);

@@ -15,14 +15,10 @@ namespace event = tarvel::event;
 
 namespace {
 
-bool endsWith(const std::string& text, const std::string& tail) {
-    return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
-}
-
 TEST(Win32SystemText, KeepsTheSystemLineEnd) {
     const std::string text = port::errorText(ERROR_FILE_NOT_FOUND);
-    EXPECT_GT(text.size(), 2u);
-    EXPECT_TRUE(endsWith(text, "\r\n")) << text;
+    ASSERT_GT(text.size(), 2u);
+    EXPECT_EQ("\r\n", text.substr(text.size() - 2)) << text;
     EXPECT_NE(text, port::errorText(ERROR_ACCESS_DENIED));
 }
 
