@@ -26,13 +26,12 @@ TEST_F(SimTerminal, NextHostGetsAFreshTerminal) {
     ASSERT_TRUE(eventually([&] { return !sim->hostConnected(); }));
 
     // Refused (EBUSY) if the terminal were still exclusive, unless we are root.
-    const int fd = ::open(sim->portPath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_GE(fd, 0) << std::strerror(errno);
-    HostLine next(fd);
+    HostLine next(sim->portPath());
+    ASSERT_GE(next.fd(), 0) << std::strerror(errno);
     int exclusive = 1;
-    ASSERT_EQ(0, ::ioctl(fd, TIOCGEXCL, &exclusive));
+    ASSERT_EQ(0, ::ioctl(next.fd(), TIOCGEXCL, &exclusive));
     EXPECT_EQ(0, exclusive);
-    ASSERT_EQ(0, ::tcgetattr(fd, &t));
+    ASSERT_EQ(0, ::tcgetattr(next.fd(), &t));
     EXPECT_EQ(0u, t.c_lflag & (ICANON | ECHO));
     // The old half frame is gone: a whole ping is answered.
     const Answer a = next.exchange(5, cmd::PING);
