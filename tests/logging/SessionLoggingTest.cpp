@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -51,9 +52,7 @@ void recordErr(const char* text) {
 
 std::string contents(const fs::path& path) {
     std::ifstream in(path); // text mode: the trace is written as text
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 const std::string kSeparator = "\n" + std::string(80, '-');
