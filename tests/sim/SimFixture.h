@@ -51,7 +51,7 @@ inline int okValue(const Answer& a) {
 // The host's end of the terminal (blocking; reads wait in poll).
 class HostLine {
 public:
-    // Left as the device set it up: raw, so that a terminal that is not shows.
+    // Takes the terminal as the device set it up: a device that leaves it cooked fails every test.
     explicit HostLine(const std::string& path) : HostLine(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)) {}
     // Takes over an open descriptor (for instance a pseudo-terminal's master side).
     explicit HostLine(int fd) : m_fd(fd) {}
