@@ -21,6 +21,7 @@ TEST_F(SimFaults, FramingFaultsStillCarryTheAnswer) {
     EXPECT_EQ(9, a.id);
     EXPECT_EQ(0, okValue(a));
     const Bytes& raw = line->rawSeen();
+    ASSERT_FALSE(raw.empty());
     EXPECT_NE(slip::END, raw.front()); // garbage ahead of the opening END
     const Bytes cut{slip::ESC, slip::ESC_BRK};
     EXPECT_NE(std::search(raw.begin(), raw.end(), cut.begin(), cut.end()), raw.end());
