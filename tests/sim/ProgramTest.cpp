@@ -11,8 +11,8 @@
 #include <regex>
 #include <set>
 
-#include "../tools/ToolHarness.h"
 #include "SimFixture.h"
+#include "ToolHarness.h"
 
 // Set by the build to tarvel-sim; empty when it is not built (tarvel itself:
 // see ToolHarness.h).
