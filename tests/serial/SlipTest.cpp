@@ -100,6 +100,8 @@ TEST_F(SlipReceiveTest, DeliversMaxMinusOneRefusesMaxAndKeepsTheNextFrame) {
     EXPECT_EQ(buffer, (ByteVector{0x07, 0x08}));
 }
 
+// Also the check that the line is raw (the same whatever its other settings):
+// no byte (CR, XON, 0xFF ...) is translated or eaten.
 TEST_F(SlipReceiveTest, AllByteValuesPassBothWays) {
     ByteVector all(256);
     std::iota(all.begin(), all.end(), 0);
