@@ -87,11 +87,10 @@ TEST_F(DirectReading, MissingAndErrorAnswersAreMinus4) {
             EXPECT_EQ((ByteVector{1, 2}), data);
         }
     }
+    // What an exchange makes of an error answer; of none: DeviceControl's
+    // UnansweredCommandsGiveMinus14.
     ByteVector data;
     EXPECT_EQ(-14, TarvelTestAccess::exchangeBytes(tarvel, Tarvel::PING, {}, data));
-    sim().setResponder(ignore(-1));
-    EXPECT_EQ(-14, TarvelTestAccess::exchange(tarvel, Tarvel::PING, {}));
-    EXPECT_EQ(-14, TarvelTestAccess::reboot(tarvel, 3));
 }
 
 TEST_F(DirectReading, AnswerDataPaths) {
@@ -120,7 +119,6 @@ TEST_F(DirectReading, RebootMapsARefusalTo21) {
     EXPECT_EQ(-21, TarvelTestAccess::reboot(tarvel, 3));
     sim().setResponder(answer(Tarvel::REBOOT, 2));
     EXPECT_EQ(2, TarvelTestAccess::reboot(tarvel, 3));
-    EXPECT_EQ((Bytes{0x02, 0x06, 0x20, 0x03, 0x00, 0x2B}), sent(2).at(0).raw);
 }
 
 } // namespace
