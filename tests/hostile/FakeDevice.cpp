@@ -31,17 +31,17 @@ Bytes FakeDevice::frame(uint8_t messageId, uint8_t code, const Bytes& data) {
     return tarvelsim::slipEncode(tarvelsim::buildPacket(messageId, code, data));
 }
 
-Bytes FakeDevice::soundPacket(const HostPacket& p) {
+Bytes FakeDevice::soundAnswer(const HostPacket& p) {
     using namespace tarvelsim;
-    if (p.messageId == kUntrackedId) return buildPacket(0, response::OK, {0, 0});
+    if (p.messageId == kUntrackedId) return frame(0, response::OK, {0, 0});
     if (p.command == cmd::READ_EEPROM && p.payload.size() == 3) {
         const unsigned address = unsigned(p.payload[0]) << 8 | p.payload[1];
         Bytes block(p.payload[2]);
         for (std::size_t i = 0; i < block.size(); ++i)
             block[i] = static_cast<uint8_t>(address + i);
-        return buildPacket(p.messageId, response::DATA_RESPONSE_A, block);
+        return frame(p.messageId, response::DATA_RESPONSE_A, block);
     }
-    return buildPacket(p.messageId, response::OK, {0, 0});
+    return frame(p.messageId, response::OK, {0, 0});
 }
 
 void FakeDevice::serve() {

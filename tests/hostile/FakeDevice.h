@@ -44,12 +44,10 @@ public:
     // Stops serving and closes the master side.
     void die();
 
-    // A sound device's answer: the version query and every other command
-    // status 0, READ_EEPROM its block (byte i of address a is (a + i) & 0xFF),
-    // an untracked command an untraced OK.
-    static Bytes soundAnswer(const HostPacket& p) { return tarvelsim::slipEncode(soundPacket(p)); }
-    // The same packet unframed.
-    static Bytes soundPacket(const HostPacket& p);
+    // A sound device's answer, framed: the version query and every other
+    // command status 0, READ_EEPROM its block (byte i of address a is
+    // (a + i) & 0xFF), an untracked command an untraced OK.
+    static Bytes soundAnswer(const HostPacket& p);
     // A framed packet, length and checksum right.
     static Bytes frame(uint8_t messageId, uint8_t code, const Bytes& data);
 
