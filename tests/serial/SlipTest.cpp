@@ -22,9 +22,8 @@ TEST_P(SlipSendTest, EscapesOnlyEndAndEsc) {
     for (int i = 0; i < 200; ++i)
         ends.insert(ends.end(), {0xDB, 0xDC});
     ends.push_back(0xC0);
-    // Each byte value alone: AllByteValuesPassBothWays.
+    // Each byte value, blocking: AllByteValuesPassBothWays.
     const std::vector<SendCase> cases = {
-        {{0xDB}, {0xC0, 0xDB, 0xDD, 0xC0}},
         {{}, {0xC0, 0xC0}},
         {ByteVector(200, 0xC0), ends},
     };
