@@ -26,9 +26,7 @@ TEST_F(Bounds, ReportsOnChannelsAboveThreeAreDroppedCountedAndReportedOnce) {
     ASSERT_TRUE(eventually([&] { return tarvel.GetStatistics().reportsBadChannel == 50; }));
     EXPECT_EQ(0u, TarvelTestAccess::asyncMapSize(tarvel));
     EXPECT_EQ(0u, tarvel.GetStatistics().reportsReceived);
-    const std::string text = stderrText.stop();
-    const std::string said = "Tarvel::Receiver: Dropping reports on channel 4: channels are 0 to 3.\n";
-    EXPECT_EQ(said, text);
+    EXPECT_EQ("Tarvel::Receiver: Dropping reports on channel 4: channels are 0 to 3.\n", stderrText.stop());
 }
 
 TEST_F(Bounds, AStartOnAClosedPortIsRefusedAtOnce) {
