@@ -218,8 +218,9 @@ void Terminal::scanDone(uint64_t generation, bool held) {
     if (generation == m_eventGeneration && !held) hostGone();
 }
 
+// The terminal is made fresh before it counts as free: a host that opens it
+// as soon as it is free must not lose its settings or its first bytes.
 void Terminal::hostGone() {
-    setConnected(false);
     if (m_slave >= 0) {
         ::ioctl(m_slave, TIOCNXCL);
         makeRaw(m_slave);
@@ -229,6 +230,7 @@ void Terminal::hostGone() {
     while (m_io >= 0 && ::read(m_io, buf, sizeof buf) > 0) {
     }
     m_reset();
+    setConnected(false);
 }
 
 void Terminal::lineLost(TimePoint now) {
