@@ -172,8 +172,33 @@ def test_read_returns_what_another_nodes_frame_carries_and_stop_leaves_the_devic
     rest.stop()  # again: nothing to do
 
 
-def test_read_of_a_frame_that_does_not_come_times_out(simulator):
-    with tarvel.Device(simulator().port) as device, RestBus(device, DBC, [NODE]) as rest:  # no other node
-        device.set_answer_wait(1.0)
-        with pytest.raises(TimeoutError, match=r"EngineSpeed: no frame EngineData \(0x100\) on channel 0 in 0.2 s"):
-            rest.read("EngineSpeed", timeout=0.2)
+# A frame of two pages, and a frame of another node that never comes.
+MULTIPLEXED = """\
+BU_: Tester Engine
+BO_ 1536 Multiplexed: 8 Tester
+ SG_ Page M : 0|8@1+ (1,0) [0|1] "" Vector__XXX
+ SG_ Pressure m0 : 8|16@1+ (0.5,0) [0|1000] "bar" Vector__XXX
+ SG_ Temperature m1 : 8|16@1+ (0.5,0) [0|1000] "degC" Vector__XXX
+BO_ 256 Engine: 8 Engine
+ SG_ Speed : 0|16@1+ (1,0) [0|65535] "rpm" Tester
+BA_DEF_ BO_ "GenMsgCycleTime" INT 0 65535;
+BA_ "GenMsgCycleTime" BO_ 1536 10;
+"""
+
+
+def test_a_read_times_out_and_a_multiplexed_frame_carries_the_page_of_the_signal_set_last(simulator, database):
+    import canmatrix.formats  # (quietly imported by the database fixture)
+
+    matrix = canmatrix.formats.loads_flat(MULTIPLEXED, import_type="dbc")
+    frame, sim = matrix.frame_by_name("Multiplexed"), simulator()
+    with tarvel.Device(sim.port) as device, RestBus(device, matrix, ["Tester"]) as rest:
+        with pytest.raises(TimeoutError, match=r"read Speed: no frame Engine \(0x100\) on channel 0 in 0.2 s"):
+            rest.read("Speed", timeout=0.2)
+        for name, value, page in [("Temperature", 21.5, 1), ("Pressure", 2.5, 0)]:
+            rest.set(name, value)
+
+            def latest_on_page():
+                sent = frames(bus_log(sim), frame)
+                return sent and (values := decoded(frame, sent[-1]))["Page"] == page and values
+
+            assert wait_for(latest_on_page, f"page {page}") == {"Page": page, name: value}
