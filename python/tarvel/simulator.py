@@ -150,7 +150,10 @@ class Simulator:
         for reader in self._readers:
             reader.start()
         if not self._ready.wait(self.start_timeout) or self.port is None:
-            status = self.process.poll()
+            try:  # its output ended: it has ended, or is about to be reaped
+                status = self.process.wait(1) if self._ready.is_set() else self.process.poll()
+            except subprocess.TimeoutExpired:
+                status = None
             self.stop()
             said = "\n".join(self._output) or "(nothing)"
             why = f"ended with status {status}" if status is not None else f"was not ready in {self.start_timeout} s"

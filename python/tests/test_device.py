@@ -108,7 +108,7 @@ FAILURES = [
     ),
     (BUS, {"TARVEL_LIBRARY": MISSING}, ["CanInterfaceNotImplementedError", f"TARVEL_LIBRARY={MISSING}: no such"]),
     ("import tarvel; tarvel.Simulator()", {"TARVEL_SIM": MISSING}, [f"TARVEL_SIM={MISSING}: no such program"]),
-    ("import tarvel; tarvel.Simulator(inject='x').start()", {}, ["SimulatorError", "--inject: expected"]),
+    ("import tarvel; tarvel.Simulator(inject='x').start()", {}, ["SimulatorError", "status 105", "--inject: expected"]),
 ]
 
 
